@@ -1,0 +1,180 @@
+// Internal helpers shared by every subsystem of the library: log macros
+// that pass the caller's function and line, bounded formatting into fixed
+// buffers, move-only guards for descriptors, streams and directories, and
+// whole-file read and crash-safe replace.  Nothing here is exported.
+#pragma once
+
+#include <dirent.h>
+#include <errno.h>
+#include <stdarg.h>
+#include <stddef.h>
+#include <stdio.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include "kiv/runtime.h"
+
+namespace kiv {
+
+// Source unit names passed as the first argument of _kiv_debug().
+inline constexpr const char kUnitUtils[] = "kiv_utils";
+inline constexpr const char kUnitInet[] = "kiv_inet";
+inline constexpr const char kUnitWifi[] = "kiv_wifi";
+
+// Syslog priorities, named as the log table of _kiv_debug() names them.
+enum Priority : int {
+  kEmerg = 0,
+  kAlert = 1,
+  kCrit = 2,
+  kError = 3,
+  kWarning = 4,
+  kNotice = 5,
+  kInfo = 6,
+  kDebug = 7,
+};
+
+// vsnprintf into buf[size]; always terminated when size > 0.  Returns what
+// vsnprintf returned (the untruncated length, or -1).
+int vformat_into(char *buf, size_t size, const char *fmt, va_list ap)
+    __attribute__((format(printf, 3, 0)));
+int format_into(char *buf, size_t size, const char *fmt, ...)
+    __attribute__((format(printf, 3, 4)));
+
+template <size_t N>
+__attribute__((format(printf, 2, 3))) int format_into(char (&buf)[N],
+                                                      const char *fmt, ...) {
+  va_list ap;
+  va_start(ap, fmt);
+  int r = vformat_into(buf, N, fmt, ap);
+  va_end(ap);
+  return r;
+}
+
+// Owns a descriptor; close() in the destructor keeps errno.
+class Fd {
+ public:
+  Fd() noexcept = default;
+  explicit Fd(int fd) noexcept : fd_(fd) {}
+  Fd(const Fd &) = delete;
+  Fd &operator=(const Fd &) = delete;
+  Fd(Fd &&o) noexcept : fd_(o.release()) {}
+  Fd &operator=(Fd &&o) noexcept {
+    if (this != &o) reset(o.release());
+    return *this;
+  }
+  ~Fd() { reset(); }
+
+  int get() const noexcept { return fd_; }
+  bool valid() const noexcept { return fd_ >= 0; }
+  explicit operator bool() const noexcept { return fd_ >= 0; }
+  int release() noexcept {
+    int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+  void reset(int fd = -1) noexcept {
+    if (fd_ >= 0) {
+      int saved = errno;
+      ::close(fd_);
+      errno = saved;
+    }
+    fd_ = fd;
+  }
+  // Closes now and reports close()'s result (0 or -1 with errno).
+  int close() noexcept {
+    int fd = release();
+    return fd >= 0 ? ::close(fd) : 0;
+  }
+
+ private:
+  int fd_ = -1;
+};
+
+// Owns a stdio stream; Closer is fclose or pclose.
+template <int (*Closer)(FILE *)>
+class Stream {
+ public:
+  Stream() noexcept = default;
+  explicit Stream(FILE *f) noexcept : f_(f) {}
+  Stream(const Stream &) = delete;
+  Stream &operator=(const Stream &) = delete;
+  Stream(Stream &&o) noexcept : f_(o.release()) {}
+  Stream &operator=(Stream &&o) noexcept {
+    if (this != &o) reset(o.release());
+    return *this;
+  }
+  ~Stream() { reset(); }
+
+  FILE *get() const noexcept { return f_; }
+  explicit operator bool() const noexcept { return f_ != nullptr; }
+  FILE *release() noexcept {
+    FILE *f = f_;
+    f_ = nullptr;
+    return f;
+  }
+  void reset(FILE *f = nullptr) noexcept {
+    if (f_) {
+      int saved = errno;
+      Closer(f_);
+      errno = saved;
+    }
+    f_ = f;
+  }
+  // Closes now and returns the closer's result.
+  int close() noexcept {
+    FILE *f = release();
+    return f ? Closer(f) : 0;
+  }
+
+ private:
+  FILE *f_ = nullptr;
+};
+
+using File = Stream<fclose>;
+using Pipe = Stream<pclose>;
+
+// Owns a DIR stream.
+class Dir {
+ public:
+  explicit Dir(DIR *d) noexcept : d_(d) {}
+  Dir(const Dir &) = delete;
+  Dir &operator=(const Dir &) = delete;
+  ~Dir() {
+    if (d_) {
+      int saved = errno;
+      closedir(d_);
+      errno = saved;
+    }
+  }
+  DIR *get() const noexcept { return d_; }
+  explicit operator bool() const noexcept { return d_ != nullptr; }
+
+ private:
+  DIR *d_;
+};
+
+// Reads at most size - 1 bytes of the file at path into buf and terminates
+// it.  Returns the number of bytes read, or -1 with errno set when the file
+// cannot be opened or read.
+ssize_t read_file(const char *path, char *buf, size_t size);
+
+// Replaces the file at target (symbolic links followed, so a linked file
+// stays the same file) with len bytes of data: a temporary file in the same
+// directory is written, flushed to disk, given the old file's mode and
+// renamed over the target.  On failure the temporary file is removed, the
+// old file is left byte for byte, and -1 is returned with errno set.
+int replace_file(const char *target, const void *data, size_t len);
+
+}  // namespace kiv
+
+// Levelled log with the caller's function and line.
+#define KIV_LOG(unit, pri, fmt, ...) \
+  _kiv_debug(unit, __func__, __LINE__, pri, fmt __VA_OPT__(, ) __VA_ARGS__)
+
+// Console messages with the library's two fixed prefixes.
+#define KIV_CONSOLE_ERR(fmt, ...)                                 \
+  console_printf("[kiv-err][%s:%d] " fmt, __func__, __LINE__ \
+                 __VA_OPT__(, ) __VA_ARGS__)
+#define KIV_CONSOLE_INFO(fmt, ...)                                 \
+  console_printf("[kiv-info][%s:%d] " fmt, __func__, __LINE__ \
+                 __VA_OPT__(, ) __VA_ARGS__)

@@ -1,0 +1,106 @@
+// Test harness: runs the production library on its real fixed paths inside
+// a private mount namespace, so that nothing on the host changes.
+//
+// Sandbox::enter() (called by SandboxTest::SetUp) gives the calling process
+// its own mount namespace with fresh, empty state:
+//   /etc, /usr/bin, /usr/sbin, /dev   overlays on the host's directories
+//                                     (reads see the host, writes stay here)
+//   /tmp, /var, /run, /sys/class      empty tmpfs
+//   /dev/console                      a FIFO drained by Sandbox::console()
+//   /dev/log                          a datagram socket read by
+//                                     Sandbox::syslog()
+// Each call of enter() starts again from fresh state, so tests never see
+// each other's files.  When the process may not create namespaces (not root,
+// or a container that forbids it) enter() returns the reason and
+// SandboxTest skips the test with it.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kivtest {
+
+class Sandbox {
+ public:
+  // Enters (or re-enters) the sandbox.  Returns "" on success, else why not.
+  static std::string enter();
+  static bool active();
+
+  // Creates or replaces a file, creating missing parent directories.
+  static void write_file(const std::string &path, std::string_view content,
+                         mode_t mode = 0644);
+  // Whole content of a file; "" when it cannot be read.
+  static std::string read_file(const std::string &path);
+  static bool exists(const std::string &path);
+  static void mkdirs(const std::string &path);
+
+  // Installs a fake command in /usr/sbin (so it is found both through the
+  // caller's PATH and through the fixed PATH that _do_cmd gives its
+  // children).  Every run appends its arguments to the command's call log,
+  // then runs `script` (a /bin/sh body, "$@" available) if given.
+  static void fake_command(const std::string &name,
+                           const std::string &script = "");
+  // Makes `name` (in /usr/sbin) run the real program at `target`.
+  static void install_command(const std::string &name,
+                              const std::string &target);
+  // The calls of a fake command in order, each its arguments joined by
+  // single blanks (argv[0] left out).
+  static std::vector<std::string> calls(const std::string &name);
+  // The same with the arguments kept apart.
+  static std::vector<std::vector<std::string>> calls_argv(
+      const std::string &name);
+
+  // Text written to /dev/console since the last call.
+  static std::string console();
+  // Syslog datagrams received since the last call, e.g.
+  // "<29>Nov 22 21:58:18 libkiv[42]: system_cmd: uptime".
+  static std::vector<std::string> syslog();
+};
+
+// Fixture for tests that need the sandbox; skips with the reason when it
+// cannot be had.
+class SandboxTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+};
+
+// Captures what is written to a descriptor (1 or 2) while it lives.
+class Capture {
+ public:
+  explicit Capture(int fd);
+  ~Capture();
+  Capture(const Capture &) = delete;
+  Capture &operator=(const Capture &) = delete;
+  // Stops capturing (once) and returns everything captured.
+  std::string take();
+
+ private:
+  int fd_;
+  int saved_ = -1;
+  int file_ = -1;
+  bool done_ = false;
+  std::string text_;
+};
+
+// Result of a function run in a forked child.
+struct ChildResult {
+  bool exited = false;  // ended by exit(); else killed by `signal`
+  int exit_code = -1;   // 0..255 when exited
+  int signal = 0;
+  std::string out;      // the child's stdout
+  std::string err;      // the child's stderr
+};
+
+// Runs fn in a child process (for calls that end the process) and collects
+// its exit and output.  A child that returns from fn exits with 0.
+ChildResult run_in_child(const std::function<void()> &fn);
+
+// Number of open descriptors of this process (from /proc/self/fd).
+int open_fd_count();
+
+}  // namespace kivtest
