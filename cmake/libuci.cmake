@@ -1,9 +1,11 @@
 # Chooses the libuci that libkiv links: the system's (an OpenWrt target or
 # SDK) or the project's own compatible library in deps/uci.  Either way the
-# result is the interface target kiv_libuci.
+# result is the interface target kiv_libuci, and KIV_UCI_KIND says which:
+# "system", "own" or "none" (neither available yet).
 add_library(kiv_libuci INTERFACE)
 
 set(KIV_USING_SYSTEM_UCI OFF)
+set(KIV_UCI_KIND none)
 if(NOT KIV_SYSTEM_UCI STREQUAL "OFF")
   find_path(UCI_INCLUDE_DIR uci.h)
   find_library(UCI_LIBRARY uci)
@@ -16,10 +18,25 @@ endif()
 
 if(KIV_USING_SYSTEM_UCI)
   message(STATUS "libuci: system (${UCI_LIBRARY})")
+  set(KIV_UCI_KIND system)
   target_include_directories(kiv_libuci INTERFACE ${UCI_INCLUDE_DIR})
   target_link_libraries(kiv_libuci INTERFACE ${UCI_LIBRARY})
 elseif(EXISTS ${PROJECT_SOURCE_DIR}/deps/uci/CMakeLists.txt)
   message(STATUS "libuci: the project's own (deps/uci)")
+  set(KIV_UCI_KIND own)
   add_subdirectory(${PROJECT_SOURCE_DIR}/deps/uci)
   target_link_libraries(kiv_libuci INTERFACE uci)
+  # Installed as the system's would be: libuci.so and uci.h (with any header
+  # beside it) directly under the prefix, so that programs written for
+  # OpenWrt build against it unchanged.
+  if(KIV_INSTALL)
+    install(TARGETS uci
+      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+      ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/deps/uci/include/
+      DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+      FILES_MATCHING PATTERN "*.h")
+  endif()
+else()
+  message(STATUS "libuci: none (no system libuci, no deps/uci)")
 endif()
