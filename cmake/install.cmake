@@ -1,5 +1,6 @@
 # Install rules: the library (shared with SONAME, and static), the public
-# headers, the tools, a pkg-config file and a CMake package giving kiv::kiv.
+# headers, a pkg-config file and a CMake package giving kiv::kiv.  The tools
+# and the project's own libuci install themselves.
 include(CMakePackageConfigHelpers)
 
 set(KIV_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/kiv)
@@ -22,8 +23,11 @@ if(KIV_TOOL_TARGETS)
     set_target_properties(${KIV_TOOL_TARGETS} PROPERTIES
       INSTALL_RPATH "$ORIGIN/${_kiv_bin_to_lib}")
   endif()
-  install(TARGETS ${KIV_TOOL_TARGETS}
-    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+# libkiv.so finds the project's own libuci beside it under any prefix.
+if(KIV_UCI_KIND STREQUAL "own")
+  set_target_properties(kiv PROPERTIES INSTALL_RPATH "$ORIGIN")
 endif()
 
 # CMake package: find_package(kiv) -> kiv::kiv (shared), kiv::kiv_static.

@@ -24,19 +24,9 @@ if(KIV_USING_SYSTEM_UCI)
 elseif(EXISTS ${PROJECT_SOURCE_DIR}/deps/uci/CMakeLists.txt)
   message(STATUS "libuci: the project's own (deps/uci)")
   set(KIV_UCI_KIND own)
+  # It installs itself (libuci.so, uci.h) as the system's would be.
   add_subdirectory(${PROJECT_SOURCE_DIR}/deps/uci)
   target_link_libraries(kiv_libuci INTERFACE uci)
-  # Installed as the system's would be: libuci.so and uci.h (with any header
-  # beside it) directly under the prefix, so that programs written for
-  # OpenWrt build against it unchanged.
-  if(KIV_INSTALL)
-    install(TARGETS uci
-      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-      ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-    install(DIRECTORY ${PROJECT_SOURCE_DIR}/deps/uci/include/
-      DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-      FILES_MATCHING PATTERN "*.h")
-  endif()
 else()
   message(STATUS "libuci: none (no system libuci, no deps/uci)")
 endif()
