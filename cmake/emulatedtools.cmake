@@ -1,42 +1,77 @@
-# Tests run the built tools as commands: directly, through the shell, or as
-# a link installed in the sandbox.  The host cannot exec a cross-built
-# program, so tests get a host shell script instead that runs the tool under
-# the emulator, as CTest runs the test programs themselves.
+# Cross builds run their programs under an emulator (qemu user mode), which
+# CTest and gtest_discover_tests put in front of each test program.  But a
+# program that a test starts itself (a tool run through the shell, a link
+# installed in the sandbox, a death test re-executing its own binary) goes
+# to the host kernel, which cannot exec it.  So every program of the build
+# gets a host shell script in emulated/ that runs it under the emulator:
+#  - tests that name a program by $<TARGET_FILE:...> get its script;
+#  - under qemu, each program is started with its script as argv[0], so
+#    that re-executing itself goes through the emulator too.
+#
+# Include this before the first program is defined; call
+# kiv_emulate_programs() after the last.
+set(KIV_EMULATED_DIR ${PROJECT_BINARY_DIR}/emulated)
+set(KIV_BASE_EMULATOR "${CMAKE_CROSSCOMPILING_EMULATOR}")
+
 set(_kiv_emulator "")
-foreach(_arg IN LISTS CMAKE_CROSSCOMPILING_EMULATOR)
+foreach(_arg IN LISTS KIV_BASE_EMULATOR)
   string(APPEND _kiv_emulator "'${_arg}' ")
 endforeach()
-list(GET CMAKE_CROSSCOMPILING_EMULATOR 0 _kiv_emulator_program)
+list(GET KIV_BASE_EMULATOR 0 _kiv_emulator_program)
+set(_kiv_argv0 "")
 if(_kiv_emulator_program MATCHES "qemu")
-  # Keep the name the tool was called by, as the kernel would pass it.
-  string(APPEND _kiv_emulator "-0 \"$0\" ")
+  # Keep the name the program was called by, as the kernel would pass it.
+  set(_kiv_argv0 "-0 \"$0\" ")
+  # What CTest runs: the program with its script as argv[0] when it has one.
+  file(CONFIGURE OUTPUT ${KIV_EMULATED_DIR}/.run @ONLY CONTENT [[
+#!/bin/sh
+# Runs a cross-built program under the emulator; argv[0] is its host script.
+prog=$1
+shift
+argv0=@KIV_EMULATED_DIR@/${prog##*/}
+[ -x "$argv0" ] || argv0=$prog
+exec @_kiv_emulator@-0 "$argv0" "$prog" "$@"
+]])
+  file(CHMOD ${KIV_EMULATED_DIR}/.run PERMISSIONS OWNER_READ OWNER_WRITE
+       OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${KIV_EMULATED_DIR}/.run)
 endif()
 
-# Every target of the project, wherever its tests are defined.
-set(_kiv_all_targets)
-set(_kiv_dirs ${PROJECT_SOURCE_DIR})
-while(_kiv_dirs)
-  list(POP_FRONT _kiv_dirs _dir)
-  get_property(_targets DIRECTORY ${_dir} PROPERTY BUILDSYSTEM_TARGETS)
-  get_property(_subdirs DIRECTORY ${_dir} PROPERTY SUBDIRECTORIES)
-  list(APPEND _kiv_all_targets ${_targets})
-  list(APPEND _kiv_dirs ${_subdirs})
-endwhile()
-foreach(_tool IN LISTS KIV_TOOL_TARGETS)
-  set(_wrapper ${PROJECT_BINARY_DIR}/emulated/$<TARGET_FILE_NAME:${_tool}>)
-  file(GENERATE OUTPUT ${_wrapper}
-       CONTENT "#!/bin/sh\nexec ${_kiv_emulator}'$<TARGET_FILE:${_tool}>' \"$@\"\n"
-       FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
-                        GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-  foreach(_t IN LISTS _kiv_all_targets)
+function(kiv_emulate_programs)
+  # Every target of the project and its subdirectories.
+  set(_all)
+  set(_dirs ${PROJECT_SOURCE_DIR})
+  while(_dirs)
+    list(POP_FRONT _dirs _dir)
+    get_property(_targets DIRECTORY ${_dir} PROPERTY BUILDSYSTEM_TARGETS)
+    get_property(_subdirs DIRECTORY ${_dir} PROPERTY SUBDIRECTORIES)
+    list(APPEND _all ${_targets})
+    list(APPEND _dirs ${_subdirs})
+  endwhile()
+  set(_programs)
+  set(_compiled)
+  foreach(_t IN LISTS _all)
     get_target_property(_type ${_t} TYPE)
-    if(_type STREQUAL "INTERFACE_LIBRARY")
-      continue()
+    if(_type STREQUAL "EXECUTABLE")
+      list(APPEND _programs ${_t})
     endif()
-    get_target_property(_defs ${_t} COMPILE_DEFINITIONS)
-    if(_defs)
-      string(REPLACE "$<TARGET_FILE:${_tool}>" "${_wrapper}" _defs "${_defs}")
-      set_target_properties(${_t} PROPERTIES COMPILE_DEFINITIONS "${_defs}")
+    if(NOT _type STREQUAL "INTERFACE_LIBRARY" AND NOT _type STREQUAL "UTILITY")
+      list(APPEND _compiled ${_t})
     endif()
   endforeach()
-endforeach()
+
+  foreach(_prog IN LISTS _programs)
+    set(_script ${KIV_EMULATED_DIR}/$<TARGET_FILE_NAME:${_prog}>)
+    file(GENERATE OUTPUT ${_script}
+         CONTENT "#!/bin/sh\nexec ${_kiv_emulator}${_kiv_argv0}'$<TARGET_FILE:${_prog}>' \"$@\"\n"
+         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+                          GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    foreach(_t IN LISTS _compiled)
+      get_target_property(_defs ${_t} COMPILE_DEFINITIONS)
+      if(_defs)
+        string(REPLACE "$<TARGET_FILE:${_prog}>" "${_script}" _defs "${_defs}")
+        set_target_properties(${_t} PROPERTIES COMPILE_DEFINITIONS "${_defs}")
+      endif()
+    endforeach()
+  endforeach()
+endfunction()
