@@ -114,6 +114,7 @@ TEST_F(UciAnonymous, SecondWalkRemovesTheFirstHitOnly) {
 
 TEST_F(UciAnonymous, ThirdWalkIsBoundedByTheCount) {
   need_uci_command();
+  if (IsSkipped()) return;
   put("p",
       "config t\n\toption o 'a'\n\toption n '1'\n"
       "config t\n\toption o 'b'\n\toption n '2'\n"
