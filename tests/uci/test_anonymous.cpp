@@ -166,6 +166,8 @@ TEST_F(UciAnonymous, FailedCommitStopsTheWalk) {
   });
   EXPECT_NE(std::string::npos, out.find("]: uci commit failed\n"));
   EXPECT_EQ("123", left());
+  // The saved removal stays pending.
+  EXPECT_EQ(1, occurrences(Sandbox::read_file("/tmp/.uci/p"), "-p.cfg01"));
 }
 
 }  // namespace

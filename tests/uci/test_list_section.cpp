@@ -164,6 +164,12 @@ TEST_F(UciSection, FailedCommitIsReverted) {
   EXPECT_EQ(before, file("pk"));
   // Nothing is left staged to surface in a later commit.
   EXPECT_EQ("", Sandbox::read_file("/tmp/.uci/pk"));
+
+  // Where the commit's result is ignored, the call still succeeds.
+  EXPECT_EQ(0, add_uci_list(nullptr, "pk", "a", "l", "x"));
+  EXPECT_EQ(0, delUciOption(nullptr, "pk", "a", "k"));
+  EXPECT_EQ(0, del_uci_sections("pk", "pk", "a"));
+  EXPECT_EQ(before, file("pk"));
 }
 
 }  // namespace
