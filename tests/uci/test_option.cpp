@@ -153,7 +153,7 @@ TEST_F(UciOption, SetOptionStringInTheCallersContext) {
   char *old = o->v.string;
   EXPECT_EQ(0, uci_set_option_string(ctx, lan, "proto", fresh));
   EXPECT_EQ(fresh, uci_lookup_option_string(ctx, lan, "proto"));
-  o->v.string = old;  // the library owns what it frees
+  o->v.string = old;  // the library frees the text it holds at unload
   uci_free_context(ctx);
   EXPECT_NE(std::string::npos, file("net").find("'static'"));
 }
