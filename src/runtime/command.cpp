@@ -1,4 +1,6 @@
 // Command execution: shell lines, captured output and direct program runs.
+#include "kiv/runtime.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -9,7 +11,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "kiv/runtime.h"
 #include "util.hpp"
 
 int igd_system(const char *fmt, ...) {

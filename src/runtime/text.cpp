@@ -1,5 +1,7 @@
 // Text and value helpers: numbers and MAC addresses as text, trimming,
 // string and file tests, uptime and whole-buffer descriptor I/O.
+#include "kiv/runtime.h"
+
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -8,7 +10,6 @@
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
-#include "kiv/runtime.h"
 #include "util.hpp"
 
 namespace {
