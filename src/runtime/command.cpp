@@ -46,8 +46,9 @@ int exe_cmd(const char *command, char *buf, int n) {
 int _do_cmd(char *const argv[], const char *path) {
   pid_t pid = fork();
   if (pid < 0) {
+    int err = errno;
     perror("fork");
-    return errno;
+    return err;
   }
   if (pid == 0) {
     signal(SIGINT, SIG_IGN);
@@ -56,12 +57,13 @@ int _do_cmd(char *const argv[], const char *path) {
       if (fd < 0) {
         char msg[32] = {0};
         kiv::format_into(msg, sizeof msg - 1, "open %s", path);
+        int err = errno;
         perror(msg);
-        _exit(errno);
+        _exit(err);
       }
       dup2(fd, 1);
       dup2(fd, 2);
-      close(fd);
+      if (fd > 2) close(fd);  // a caller without stdout got it as fd 1
     }
     setenv("PATH", "/sbin:/bin:/usr/sbin:/usr/bin", 1);
     execvp(argv[0], argv);
