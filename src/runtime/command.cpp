@@ -120,6 +120,10 @@ void special_character_processing(const char *src, char *dst, int dstSize) {
     KIV_CONSOLE_ERR("src = NULL!\n");
     return;
   }
+  if (dstSize < 1) {  // no room even for the terminator: leave dst alone
+    KIV_CONSOLE_INFO("dstSize is too small!\n");
+    return;
+  }
   int pos = 0;
   for (; *src; ++src) {
     if (pos + 2 >= dstSize) {
