@@ -76,6 +76,7 @@ char *igd_cut_space(const char *src, unsigned int srcLen, char *dst,
 }
 
 int isIPv4Str(const char *str) {
+  if (str == nullptr) return 0;
   int a, b, c, d;
   if (sscanf(str, "%d.%d.%d.%d", &a, &b, &c, &d) != 4) return 0;
   const int parts[] = {a, b, c, d};
@@ -85,6 +86,7 @@ int isIPv4Str(const char *str) {
 }
 
 int removeNewLines(char *str) {
+  if (str == nullptr) return 0;
   size_t len = strlen(str);
   char *out = str;
   for (const char *in = str; *in; ++in)
