@@ -109,6 +109,8 @@ TEST(Io, ReadallWaitsOnNonBlockingPipeAndSkipsEmptyRequests) {
 
 TEST(Io, WriteallPushesEverythingThroughSignalsAndShortWrites) {
   const size_t size = 1 << 20;
+  std::string data(size, 0);
+  for (size_t i = 0; i < size; ++i) data[i] = pattern(i);
   int p[2];
   ASSERT_EQ(pipe(p), 0);
   pid_t reader = spawn([&] {
@@ -122,8 +124,6 @@ TEST(Io, WriteallPushesEverythingThroughSignalsAndShortWrites) {
     return got == size ? 0 : 1;
   });
   close(p[0]);
-  std::string data(size, 0);
-  for (size_t i = 0; i < size; ++i) data[i] = pattern(i);
   {
     Ticker ticker;
     EXPECT_EQ(writeall(p[1], data.data(), static_cast<int>(size)),
