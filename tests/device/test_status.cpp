@@ -118,6 +118,12 @@ TEST_F(Status, PortStatusFileFirstStatedLineDecides) {
   EXPECT_EQ(kiv_port_link_status(2), 0);
   EXPECT_EQ(kiv_port_link_status(3), 1);
   EXPECT_EQ(kiv_port_link_status(4), 0);
+
+  // The search word holds at most 14 characters.
+  Sandbox::write_file("/tmp/portStatus", "port 100000000: linkup\n");
+  EXPECT_EQ(kiv_port_link_status(1000000000), 1);
+  EXPECT_EQ(kiv_port_link_status(100000000), 1);
+  EXPECT_EQ(kiv_port_link_status(100000001), 0);
 }
 
 TEST_F(Status, WanCarrier) {
