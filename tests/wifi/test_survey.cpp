@@ -3,12 +3,16 @@
 #include "kiv/wifi.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
 #include <stdint.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "sandbox.hpp"
@@ -356,6 +360,48 @@ TEST_F(WifiSurvey, ScanRequestOverTheFifo) {
   // word of its own request.
   EXPECT_EQ(wifi_list_scan_start(1, 1), 0);
   EXPECT_EQ(kivtest::open_fd_count(), fds);
+}
+
+// A daemon that answers after it has read the request.  Request and reply
+// share the FIFO, so the daemon must take the request before the caller
+// reads: it is a real-time thread on the caller's processor, which runs
+// the moment the request is written.
+TEST_F(WifiSurvey, DaemonAnswersAfterTheRequest) {
+  ASSERT_EQ(mkfifo(kFifo, 0600), 0);
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(sched_getcpu(), &one);
+  cpu_set_t saved;
+  ASSERT_EQ(sched_getaffinity(0, sizeof saved, &saved), 0);
+  ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+
+  int fd = open(kFifo, O_RDWR | O_CLOEXEC);
+  ASSERT_GE(fd, 0);
+  std::atomic<int> state{0};  // 1 waiting for the request, -1 no priority
+  int32_t request[3] = {-1, -1, -1};
+  std::thread daemon([&] {
+    sched_param prio{};
+    prio.sched_priority = 1;
+    if (pthread_setschedparam(pthread_self(), SCHED_FIFO, &prio) != 0) {
+      state = -1;
+      return;
+    }
+    state = 1;
+    ssize_t got = read(fd, request, sizeof request);
+    int32_t reply = got == 12 ? request[1] * 100 + request[2] : -99;
+    EXPECT_EQ(write(fd, &reply, sizeof reply), 4);
+  });
+  while (state == 0) sched_yield();
+  int result = state == 1 ? wifi_list_scan_start(3, 4) : 0;
+  daemon.join();
+  close(fd);
+  sched_setaffinity(0, sizeof saved, &saved);
+  if (state == -1) GTEST_SKIP() << "no real-time priority for the daemon";
+
+  EXPECT_EQ(result, 304);
+  EXPECT_EQ(request[0], 0);
+  EXPECT_NE(Sandbox::console().find("] rcv_ret:4, rcv_len:4, result:304\n\n"),
+            std::string::npos);
 }
 
 TEST_F(WifiSurvey, ScanRequestFailures) {
