@@ -47,7 +47,7 @@ void free(void *p) { __libc_free(p); }
 
 namespace {
 
-int rearm_once(aeEventLoop *, void *data) {
+[[maybe_unused]] int rearm_once(aeEventLoop *, void *data) {
   int *n = static_cast<int *>(data);
   return ++*n < 3 ? 0 : -1;
 }
