@@ -316,14 +316,19 @@ void libuv_dispatch(benchmark::State &state) {
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs)
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred)
-        times_[r.benchmark_name()] = r.GetAdjustedRealTime();
+    // With --benchmark_repetitions the median counts, else the one run.
+    for (const Run &r : runs) {
+      if (r.error_occurred) continue;
+      if (r.run_type == Run::RT_Iteration && r.repetitions <= 1)
+        times_[r.benchmark_name()] = r.GetAdjustedCPUTime();
+      if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
+        times_[r.run_name.str()] = r.GetAdjustedCPUTime();
+    }
     ConsoleReporter::ReportRuns(runs);
   }
   void Finalize() override {
     ConsoleReporter::Finalize();
-    printf("\nratio = time of ours / time of the peer (<= 1.0: ours as fast "
+    printf("\nratio = CPU time of ours / CPU time of the peer (<= 1.0: ours as fast "
            "or faster)\n");
     for (const auto &[name, t] : times_) {
       // name is group/impl[/N]: look up group/peer[/N] for each peer.
