@@ -13,6 +13,15 @@ namespace {
 // The select() sets hold this many bits; no descriptor beyond may reach them.
 constexpr int kSetLimit = FD_SETSIZE;
 
+// A descriptor set is an array of words of this many bits.
+constexpr int kWordBits = static_cast<int>(8 * sizeof(unsigned long));
+static_assert(sizeof(fd_set) * 8 == FD_SETSIZE, "fd_set is FD_SETSIZE bits");
+
+// Word w of a descriptor set: descriptors w * kWordBits and up.
+inline unsigned long set_word(const fd_set *set, int w) {
+  return reinterpret_cast<const unsigned long *>(set)[w];
+}
+
 struct Uptime {
   int64_t sec;
   int64_t ms;  // always 0: the clock moves in whole seconds
@@ -220,25 +229,38 @@ int aeProcessEvents(aeEventLoop *eventLoop, int flags) {
     int ready = select(eventLoop->maxfd + 1, &state->readyReadSet,
                        &state->readyWriteSet, nullptr, tvp);
     if (ready > 0) {
+      // Every descriptor with interest has its bit in readSet or writeSet
+      // (they are kept in step with the slots), so the walk from 0 up to
+      // maxfd visits the set bits of those words and skips the rest.
       int numevents = 0;
-      for (int j = 0; j <= eventLoop->maxfd; ++j) {
-        const aeFileEvent *fe = &eventLoop->events[j];
-        if (fe->mask == AE_NONE) continue;
-        int mask = AE_NONE;
-        if ((fe->mask & AE_READABLE) && FD_ISSET(j, &state->readyReadSet))
-          mask |= AE_READABLE;
-        if ((fe->mask & AE_WRITABLE) && FD_ISSET(j, &state->readyWriteSet))
-          mask |= AE_WRITABLE;
-        eventLoop->fired[numevents].fd = j;
-        eventLoop->fired[numevents].mask = mask;
-        ++numevents;
+      const int words = eventLoop->maxfd / kWordBits + 1;
+      for (int w = 0; w < words; ++w) {
+        unsigned long interest = set_word(&state->readSet, w) |
+                                 set_word(&state->writeSet, w);
+        const unsigned long readyRead = set_word(&state->readyReadSet, w);
+        const unsigned long readyWrite = set_word(&state->readyWriteSet, w);
+        while (interest != 0) {
+          const int bit = __builtin_ctzl(interest);
+          interest &= interest - 1;
+          const int j = w * kWordBits + bit;
+          const aeFileEvent *fe = &eventLoop->events[j];
+          if (fe->mask == AE_NONE) continue;
+          int mask = AE_NONE;
+          if ((fe->mask & AE_READABLE) && ((readyRead >> bit) & 1UL))
+            mask |= AE_READABLE;
+          if ((fe->mask & AE_WRITABLE) && ((readyWrite >> bit) & 1UL))
+            mask |= AE_WRITABLE;
+          eventLoop->fired[numevents].fd = j;
+          eventLoop->fired[numevents].mask = mask;
+          ++numevents;
+        }
       }
       // A handler may register a descriptor that makes the tables move, or
       // shrink them: every access goes through the loop as it stands now.
       for (int j = 0; j < numevents && j < eventLoop->setsize; ++j) {
         const int fd = eventLoop->fired[j].fd;
         const int mask = eventLoop->fired[j].mask;
-        if (fd >= eventLoop->setsize) continue;
+        if (mask == AE_NONE || fd >= eventLoop->setsize) continue;
         bool readRan = false;
         const aeFileEvent *fe = &eventLoop->events[fd];
         if (fe->mask & mask & AE_READABLE) {

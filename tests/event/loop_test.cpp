@@ -161,6 +161,24 @@ TEST(Loop, PassCountsEveryRegisteredDescriptorAndOrdersHandlers) {
   EXPECT_EQ(g_log, "r" + fd + "/1 ");
 }
 
+TEST(Loop, DescriptorsAcrossSetWordsComeInRisingOrder) {
+  Loop l(256);
+  Pair a, b, c;
+  const int fds[] = {130, 64, 63};
+  Pair *pairs[] = {&a, &b, &c};
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(dup2(pairs[i]->fd[0], fds[i]), fds[i]);
+    ASSERT_EQ(aeCreateFileEvent(l.el, fds[i], AE_READABLE, log_read, nullptr),
+              0);
+  }
+  ASSERT_EQ(write(a.fd[1], "x", 1), 1);
+  ASSERT_EQ(write(b.fd[1], "x", 1), 1);
+  g_log.clear();
+  EXPECT_EQ(aeProcessEvents(l.el, AE_FILE_EVENTS | AE_DONT_WAIT), 3);
+  EXPECT_EQ(g_log, "r64/1 r130/1 ");
+  for (int fd : fds) close(fd);
+}
+
 // Registers a high descriptor from inside a handler, so the tables move.
 struct Mover {
   int high;
