@@ -139,9 +139,10 @@ TEST_F(Command, ListsDeleteAndRename) {
   out({"add_list", "n.lan.ifname=eth1"});
   EXPECT_EQ(out({"changes"}), "n.lan.dns='9.9.9.9'\nn.lan.ifname+='eth1'\n");
   out({"commit"});
-  EXPECT_EQ(read_file(conf("n")).substr(0, 138),
-            "\nconfig interface 'lan'\n\tlist ifname 'eth0'\n\tlist ifname 'eth1'\n"
-            "\toption proto 'static'\n\toption ipaddr '192.168.1.1'\n\toption dns '9.9.9.9'\n\n");
+  const std::string lan =
+      "\nconfig interface 'lan'\n\tlist ifname 'eth0'\n\tlist ifname 'eth1'\n"
+      "\toption proto 'static'\n\toption ipaddr '192.168.1.1'\n\toption dns '9.9.9.9'\n\n";
+  EXPECT_EQ(read_file(conf("n")).substr(0, lan.size()), lan);
   EXPECT_EQ(out({"get", "n.lan.ifname"}), "eth0 eth1\n");
 
   write_file(conf("n"), kNet);
