@@ -114,11 +114,11 @@ static void index_put(struct uci_package *p, struct uci_section *s);
 
 struct uci_package *ucii_package_new(struct uci_context *ctx, const char *name)
 {
-	struct uci_package *p = calloc(1, sizeof(*p));
+	struct uci_package *p = calloc(1, sizeof(*p) + sizeof(struct ucii_own));
 	if (!p)
 		return NULL;
 	p->e.type = UCI_TYPE_PACKAGE;
-	p->e.name = strdup(name);
+	p->e.name = UCII_OWN(p)->name = strdup(name);
 	if (!p->e.name) {
 		free(p);
 		return NULL;
@@ -159,8 +159,8 @@ void ucii_package_free(struct uci_package *p)
 	delta_list_free(&p->saved_delta);
 	ucii_index_drop(p);
 	ucii_list_del(&p->e.list);
-	free(p->e.name);
-	free(p->path);
+	free(UCII_OWN(p)->name);
+	free(UCII_OWN(p)->str);
 	free(p);
 }
 
@@ -175,7 +175,7 @@ void ucii_anon_name(char *buf, size_t size, int n, const char *type)
 struct uci_section *ucii_section_new(struct uci_package *p, const char *type, const char *name)
 {
 	char gen[32];
-	struct uci_section *s = calloc(1, sizeof(*s));
+	struct uci_section *s = calloc(1, sizeof(*s) + sizeof(struct ucii_own));
 	if (!s)
 		return NULL;
 	p->n_section++;
@@ -185,8 +185,8 @@ struct uci_section *ucii_section_new(struct uci_package *p, const char *type, co
 		s->anonymous = true;
 	}
 	s->e.type = UCI_TYPE_SECTION;
-	s->e.name = strdup(name);
-	s->type = strdup(type);
+	s->e.name = UCII_OWN(s)->name = strdup(name);
+	s->type = UCII_OWN(s)->str = strdup(type);
 	if (!s->e.name || !s->type) {
 		free(s->e.name);
 		free(s->type);
@@ -208,8 +208,8 @@ void ucii_section_free(struct uci_section *s)
 	uci_foreach_element_safe(&s->options, tmp, e)
 		ucii_option_free(uci_to_option(e));
 	ucii_list_del(&s->e.list);
-	free(s->e.name);
-	free(s->type);
+	free(UCII_OWN(s)->name);
+	free(UCII_OWN(s)->str);
 	free(s);
 }
 
@@ -220,8 +220,8 @@ int ucii_section_retype(struct uci_section *s, const char *type)
 		return UCI_ERR_MEM;
 	if (strlen(t) != strlen(s->type))
 		s->anonymous = false;
-	free(s->type);
-	s->type = t;
+	free(UCII_OWN(s)->str);
+	s->type = UCII_OWN(s)->str = t;
 	return 0;
 }
 
@@ -318,34 +318,37 @@ struct uci_option *ucii_find_option(struct uci_section *s, const char *name)
 	return NULL;
 }
 
+void ucii_item_free(struct uci_element *e)
+{
+	ucii_list_del(&e->list);
+	free(UCII_OWN(e)->name);
+	free(e);
+}
+
 static void items_free(struct uci_list *l)
 {
 	struct uci_element *e, *tmp;
-	uci_foreach_element_safe(l, tmp, e) {
-		ucii_list_del(&e->list);
-		free(e->name);
-		free(e);
-	}
+	uci_foreach_element_safe(l, tmp, e)
+		ucii_item_free(e);
 }
 
 void ucii_option_free(struct uci_option *o)
 {
 	if (o->type == UCI_TYPE_LIST)
 		items_free(&o->v.list);
-	else
-		free(o->v.string);
 	ucii_list_del(&o->e.list);
-	free(o->e.name);
+	free(UCII_OWN(o)->name);
+	free(UCII_OWN(o)->str);
 	free(o);
 }
 
 static struct uci_option *option_new(struct uci_section *s, const char *name)
 {
-	struct uci_option *o = calloc(1, sizeof(*o));
+	struct uci_option *o = calloc(1, sizeof(*o) + sizeof(struct ucii_own));
 	if (!o)
 		return NULL;
 	o->e.type = UCI_TYPE_OPTION;
-	o->e.name = strdup(name);
+	o->e.name = UCII_OWN(o)->name = strdup(name);
 	if (!o->e.name) {
 		free(o);
 		return NULL;
@@ -370,21 +373,20 @@ struct uci_option *ucii_option_set(struct uci_section *s, struct uci_option *o, 
 		ucii_list_add(&s->options, &o->e.list);
 	} else if (o->type == UCI_TYPE_LIST) {
 		items_free(&o->v.list);
-	} else {
-		free(o->v.string);
 	}
+	free(UCII_OWN(o)->str);
 	o->type = UCI_TYPE_STRING;
-	o->v.string = v;
+	o->v.string = UCII_OWN(o)->str = v;
 	return o;
 }
 
 static struct uci_element *item_new(const char *text)
 {
-	struct uci_element *e = calloc(1, sizeof(*e));
+	struct uci_element *e = calloc(1, sizeof(*e) + sizeof(struct ucii_own));
 	if (!e)
 		return NULL;
 	e->type = UCI_TYPE_ITEM;
-	e->name = strdup(text);
+	e->name = UCII_OWN(e)->name = strdup(text);
 	if (!e->name) {
 		free(e);
 		return NULL;
@@ -402,8 +404,7 @@ struct uci_option *ucii_option_add_item(struct uci_section *s, struct uci_option
 	if (!o) {
 		o = option_new(s, name);
 		if (!o) {
-			free(item->name);
-			free(item);
+			ucii_item_free(item);
 			return NULL;
 		}
 		o->type = UCI_TYPE_LIST;
@@ -412,11 +413,11 @@ struct uci_option *ucii_option_add_item(struct uci_section *s, struct uci_option
 	} else if (o->type == UCI_TYPE_STRING) {
 		struct uci_element *first = item_new(o->v.string);
 		if (!first) {
-			free(item->name);
-			free(item);
+			ucii_item_free(item);
 			return NULL;
 		}
-		free(o->v.string);
+		free(UCII_OWN(o)->str);
+		UCII_OWN(o)->str = NULL;
 		o->type = UCI_TYPE_LIST;
 		ucii_list_init(&o->v.list);
 		ucii_list_add(&o->v.list, &first->list);
@@ -1016,11 +1017,8 @@ static void list_remove_value(struct uci_option *o, const char *value)
 {
 	struct uci_element *e, *tmp;
 	uci_foreach_element_safe(&o->v.list, tmp, e) {
-		if (!strcmp(e->name, value)) {
-			ucii_list_del(&e->list);
-			free(e->name);
-			free(e);
-		}
+		if (!strcmp(e->name, value))
+			ucii_item_free(e);
 	}
 }
 
@@ -1057,9 +1055,7 @@ static int list_remove_index(struct uci_option *o, int idx)
 		return 0;
 	uci_foreach_element(&o->v.list, e) {
 		if (i++ == idx) {
-			ucii_list_del(&e->list);
-			free(e->name);
-			free(e);
+			ucii_item_free(e);
 			return 1;
 		}
 	}
@@ -1116,12 +1112,12 @@ int uci_rename(struct uci_context *ctx, struct uci_ptr *ptr)
 		return ucii_err(ctx, rc);
 	}
 	if (ptr->o) {
-		free(ptr->o->e.name);
-		ptr->o->e.name = n;
+		free(UCII_OWN(ptr->o)->name);
+		ptr->o->e.name = UCII_OWN(ptr->o)->name = n;
 		ptr->option = n;
 	} else {
-		free(ptr->s->e.name);
-		ptr->s->e.name = n;
+		free(UCII_OWN(ptr->s)->name);
+		ptr->s->e.name = UCII_OWN(ptr->s)->name = n;
 		ptr->s->anonymous = false;
 		ucii_index_drop(ptr->p);
 		ptr->section = n;
@@ -1258,11 +1254,11 @@ int ucii_apply_delta(struct uci_context *ctx, struct uci_package *p, enum uci_co
 		if (!n)
 			return -1;
 		if (o) {
-			free(o->e.name);
-			o->e.name = n;
+			free(UCII_OWN(o)->name);
+			o->e.name = UCII_OWN(o)->name = n;
 		} else {
-			free(s->e.name);
-			s->e.name = n;
+			free(UCII_OWN(s)->name);
+			s->e.name = UCII_OWN(s)->name = n;
 			s->anonymous = false;
 			ucii_index_drop(p);
 		}

@@ -541,6 +541,21 @@ TEST_F(Library, HandFilledRecordsAndNullArguments) {
   r = lookup(ctx, "byp.a");
   EXPECT_EQ(uci_revert(ctx, &r), UCI_ERR_INVAL);
 
+  // Callers may point a value at their own text; the library never frees it.
+  static char mine[] = "caller's own";
+  uci_ptr own = lookup(ctx, "n.lan.proto");
+  ASSERT_NE(own.o, nullptr);
+  own.o->v.string = mine;
+  EXPECT_EQ(value(ctx, "n.lan.proto"), "caller's own");
+  own = lookup(ctx, "n.lan.proto=replaced");
+  ASSERT_EQ(uci_set(ctx, &own), 0);
+  EXPECT_EQ(value(ctx, "n.lan.proto"), "replaced");
+  EXPECT_STREQ(mine, "caller's own");
+  own = lookup(ctx, "n.wan.proto");
+  own.o->v.string = mine;
+  own = lookup(ctx, "n.wan");
+  ASSERT_EQ(uci_delete(ctx, &own), 0);
+
   char **list = nullptr;
   write_file(conf("x.bak"), "");
   ASSERT_EQ(uci_list_configs(ctx, &list), 0);
