@@ -41,7 +41,7 @@ class Command : public ::testing::Test {
   std::string save(const std::string &p) { return tmp_ / ("save/" + p); }
   // Runs uci -c CONF -t SAVE ARGS...
   Result uci(std::vector<std::string> args, const std::string &in = "") {
-    std::vector<std::string> argv = {KIV_UCI_CLI_PATH, "-c", tmp_ / "conf", "-t", tmp_ / "save"};
+    std::vector<std::string> argv = {KIV_UCI_CLI_PATH, "-C", "", "-c", tmp_ / "conf", "-t", tmp_ / "save"};
     argv.insert(argv.end(), args.begin(), args.end());
     return run(argv, in);
   }

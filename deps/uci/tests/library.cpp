@@ -97,6 +97,15 @@ TEST(LibraryAbi, LayoutMatchesTheInstalledHeaderOfTheRealLibrary) {
   uci_free_context(ctx);
 }
 
+extern "C" int uci_test_count_options(uci_context *ctx, const char *pkg);
+
+TEST_F(Library, HeaderHelpersWorkFromC) {
+  write_file(conf("n"), kNetwork);
+  EXPECT_EQ(uci_test_count_options(ctx, "n"), -1);
+  ASSERT_EQ(uci_load(ctx, "n", nullptr), 0);
+  EXPECT_EQ(uci_test_count_options(ctx, "n"), 6);
+}
+
 TEST_F(Library, ParserReadsQuotingEscapesCommentsAndContinuations) {
   write_file(conf("q"),
              "# comment line\n"
