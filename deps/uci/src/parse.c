@@ -12,9 +12,11 @@ struct parser {
 	bool cmd_done;       /* the current command has no more arguments */
 	bool line_done;      /* the logical line was consumed */
 	const char *reason;  /* error */
-	/* word scratch */
+	/* word scratch, and the kept arguments of the current command */
 	char *w;
 	size_t wlen, wcap;
+	char *slot[2];
+	size_t slotcap[2];
 };
 
 static int peek(struct parser *ps, size_t off)
@@ -189,6 +191,21 @@ static char *take_word(struct parser *ps)
 	return strdup(ps->wlen ? ps->w : "");
 }
 
+/* Keeps the current word as argument k of the command, valid until the
+ * next command; its buffer is swapped in, nothing is copied. */
+static char *keep_word(struct parser *ps, int k)
+{
+	char *w = ps->w;
+	size_t cap = ps->wcap;
+	if (!ps->wlen)
+		w[0] = 0;
+	ps->w = ps->slot[k];
+	ps->wcap = ps->slotcap[k];
+	ps->slot[k] = w;
+	ps->slotcap[k] = cap;
+	return w;
+}
+
 static bool valid_package_line(const char *s)
 {
 	if (!*s)
@@ -273,8 +290,7 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 		ps->reason = "insufficient arguments";
 		return -1;
 	}
-	if (!(a = take_word(ps)))
-		goto nomem;
+	a = keep_word(ps, 0);
 
 	switch (kw) {
 	case 'p':
@@ -306,8 +322,7 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 		if (r < 0)
 			goto out;
 		if (r > 0) {
-			if (!(b = take_word(ps)))
-				goto nomem;
+			b = keep_word(ps, 1);
 			if (!ucii_valid_name(b)) {
 				ps->reason = "invalid character in name field";
 				goto out;
@@ -339,8 +354,9 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 					st->nomem = e;
 					goto out;
 				}
-				st->secname = b;
-				b = NULL;
+				st->secname = strdup(b);
+				if (!st->secname)
+					goto nomem;
 			} else {
 				int e = uci_add_section(ps->ctx, st->pkg, a, &s);
 				if (e) {
@@ -384,8 +400,7 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 			goto out;
 		}
 		if (r > 0) {
-			if (!(b = take_word(ps)))
-				goto nomem;
+			b = keep_word(ps, 1);
 			if ((r = read_arg(ps)) != 0) {
 				if (r > 0)
 					ps->reason = "too many arguments";
@@ -415,14 +430,10 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 		break;
 	}
 out:
-	free(a);
-	free(b);
 	return rc;
 nomem:
 	st->nomem = UCI_ERR_MEM;
 	ps->reason = NULL;
-	free(a);
-	free(b);
 	return -1;
 }
 
@@ -539,6 +550,8 @@ int ucii_parse_config(struct uci_context *ctx, const char *buf, size_t len, stru
 done:
 	free(st.secname);
 	free(ps.w);
+	free(ps.slot[0]);
+	free(ps.slot[1]);
 	return rc;
 }
 
