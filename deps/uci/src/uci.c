@@ -784,8 +784,8 @@ static int lookup_fields(struct uci_context *ctx, struct uci_ptr *ptr, bool exte
 	const char *type = NULL;
 	int idx = 0, rc;
 	bool ext = false;
-	struct uci_package *p = ptr->p;
 	struct uci_section *s = ptr->s;
+	struct uci_package *p = ptr->p ? ptr->p : s ? s->package : NULL;
 
 	if (!p && !ptr->package)
 		return ucii_err(ctx, UCI_ERR_INVAL);
