@@ -708,7 +708,8 @@ int uci_parse_ptr(struct uci_context *ctx, struct uci_ptr *ptr, char *str)
 	ptr->option = names[2];
 	ptr->target = n == 1 ? UCI_TYPE_PACKAGE : n == 2 ? UCI_TYPE_SECTION : UCI_TYPE_OPTION;
 
-	if (!ucii_valid_package(ptr->package))
+	/* a path is a valid package here; uci_load takes it as one */
+	if (!ucii_valid_type(ptr->package) || strchr(ptr->package, '='))
 		goto error;
 	if (ptr->option && !ucii_valid_name(ptr->option))
 		goto error;
