@@ -8,6 +8,7 @@
 // show whether the cost grows linearly with the file.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -174,6 +175,10 @@ BENCHMARK(BM_CommitOneChange)->Arg(2000)->Arg(8000)->Unit(benchmark::kMicrosecon
 }  // namespace
 
 int main(int argc, char **argv) {
+  // Keep freed memory in the process between iterations, so that the
+  // figures are the library's work and not the kernel zeroing new pages.
+  mallopt(M_TRIM_THRESHOLD, 256 << 20);
+  mallopt(M_MMAP_THRESHOLD, 256 << 20);
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
