@@ -60,6 +60,36 @@ static bool wput(struct parser *ps, char c)
 	return true;
 }
 
+/* Appends n bytes of the input at pos and moves past them. */
+static bool wtake(struct parser *ps, size_t n)
+{
+	if (ps->wlen + n + 1 > ps->wcap) {
+		size_t cap = ps->wcap ? ps->wcap : 64;
+		char *w;
+		while (ps->wlen + n + 1 > cap)
+			cap *= 2;
+		w = realloc(ps->w, cap);
+		if (!w)
+			return false;
+		ps->w = w;
+		ps->wcap = cap;
+	}
+	memcpy(ps->w + ps->wlen, ps->buf + ps->pos, n);
+	ps->wlen += n;
+	ps->w[ps->wlen] = 0;
+	ps->pos += n;
+	return true;
+}
+
+/* Length of the run at pos holding none of the bytes in stop. */
+static size_t run_length(struct parser *ps, const char *stop)
+{
+	size_t i = ps->pos;
+	while (i < ps->len && (!ps->buf[i] || !strchr(stop, ps->buf[i])))
+		i++;
+	return i - ps->pos;
+}
+
 static void skip_rest_of_line(struct parser *ps)
 {
 	const char *nl;
@@ -118,12 +148,14 @@ static int read_arg(struct parser *ps)
 					ps->pos++;
 					break;
 				}
-				if (!wput(ps, (char)c))
-					goto nomem;
-				if (c == '\n')
+				if (c == '\n') {
+					if (!wput(ps, (char)c))
+						goto nomem;
 					consume_lf(ps);
-				else
-					ps->pos++;
+					continue;
+				}
+				if (!wtake(ps, run_length(ps, "'\n")))
+					goto nomem;
 			}
 		} else if (c == '"') {
 			ps->pos++;
@@ -166,9 +198,8 @@ static int read_arg(struct parser *ps)
 				ps->pos++;
 			}
 		} else {
-			if (!wput(ps, (char)c))
+			if (!wtake(ps, run_length(ps, " \t\n;#'\"\\")))
 				goto nomem;
-			ps->pos++;
 		}
 	}
 	c = peek(ps, 0);
