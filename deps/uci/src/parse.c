@@ -81,11 +81,20 @@ static bool wtake(struct parser *ps, size_t n)
 	return true;
 }
 
-/* Length of the run at pos holding none of the bytes in stop. */
-static size_t run_length(struct parser *ps, const char *stop)
+/* Bytes that end a run of plain text, and a run inside single quotes. */
+static const unsigned char plain_stop[256] = {
+	[' '] = 1, ['\t'] = 1, ['\n'] = 1, [';'] = 1, ['#'] = 1,
+	['\''] = 1, ['"'] = 1, ['\\'] = 1,
+};
+static const unsigned char squote_stop[256] = {
+	['\''] = 1, ['\n'] = 1,
+};
+
+/* Length of the run at pos holding none of the stop bytes. */
+static size_t run_length(struct parser *ps, const unsigned char *stop)
 {
 	size_t i = ps->pos;
-	while (i < ps->len && (!ps->buf[i] || !strchr(stop, ps->buf[i])))
+	while (i < ps->len && !stop[(unsigned char)ps->buf[i]])
 		i++;
 	return i - ps->pos;
 }
@@ -154,7 +163,7 @@ static int read_arg(struct parser *ps)
 					consume_lf(ps);
 					continue;
 				}
-				if (!wtake(ps, run_length(ps, "'\n")))
+				if (!wtake(ps, run_length(ps, squote_stop)))
 					goto nomem;
 			}
 		} else if (c == '"') {
@@ -198,7 +207,7 @@ static int read_arg(struct parser *ps)
 				ps->pos++;
 			}
 		} else {
-			if (!wtake(ps, run_length(ps, " \t\n;#'\"\\")))
+			if (!wtake(ps, run_length(ps, plain_stop)))
 				goto nomem;
 		}
 	}

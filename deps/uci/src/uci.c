@@ -2,7 +2,6 @@
 #define _GNU_SOURCE
 #include "internal.h"
 
-#include <ctype.h>
 #include <errno.h>
 
 const char uci_command_char[] = {
@@ -57,7 +56,8 @@ bool ucii_valid_name(const char *s)
 	if (!s || !*s)
 		return false;
 	for (; *s; s++)
-		if (!isalnum((unsigned char)*s) && *s != '_')
+		if (!((*s >= 'a' && *s <= 'z') || (*s >= 'A' && *s <= 'Z') ||
+		      (*s >= '0' && *s <= '9') || *s == '_'))
 			return false;
 	return true;
 }
