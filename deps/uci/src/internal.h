@@ -20,7 +20,8 @@ struct uci_parse_context {
 	size_t apos, alen;
 };
 
-/* Strings a node owns, kept right behind the node (uci_dataptr).  The
+/* Strings a node owns, recorded right behind the node (uci_dataptr); the
+ * first copies live in the same allocation, behind this record.  The
  * public fields point at them, but users may point those fields elsewhere
  * (a caller's own buffer as an option value, say): only what is recorded
  * here is ever freed. */

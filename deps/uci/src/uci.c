@@ -112,17 +112,64 @@ char *ucii_path(const char *dir, const char *name)
 
 static void index_put(struct uci_package *p, struct uci_section *s);
 
+/* Allocates a node of size bytes, zeroed, with its owned record and copies
+ * of name and str (either may be NULL) right behind it: one allocation. */
+static void *node_alloc(size_t size, const char *name, const char *str)
+{
+	size_t nl = name ? strlen(name) : 0, sl = str ? strlen(str) : 0;
+	char *node = calloc(1, size + sizeof(struct ucii_own) + nl + sl + 2);
+	struct ucii_own *own;
+	char *in;
+
+	if (!node)
+		return NULL;
+	own = (struct ucii_own *)(node + size);
+	in = (char *)(own + 1);
+	if (name) {
+		memcpy(in, name, nl);
+		own->name = in;
+	}
+	if (str) {
+		memcpy(in + nl + 1, str, sl);
+		own->str = in + nl + 1;
+	}
+	return node;
+}
+
+/* Frees the strings of a node that were allocated apart from it. */
+static void own_release(void *node, size_t size)
+{
+	struct ucii_own *own = (struct ucii_own *)((char *)node + size);
+	char *iname = (char *)(own + 1);
+	char *istr = iname + strlen(iname) + 1;
+	if (own->name != iname)
+		free(own->name);
+	if (own->str != istr)
+		free(own->str);
+}
+
+/* Replaces a node's owned name (which 0) or string (which 1). */
+static void own_replace(void *node, size_t size, int which, char *v)
+{
+	struct ucii_own *own = (struct ucii_own *)((char *)node + size);
+	char *iname = (char *)(own + 1);
+	char **slot = which ? &own->str : &own->name;
+	char *inl = which ? iname + strlen(iname) + 1 : iname;
+	if (*slot != inl)
+		free(*slot);
+	*slot = v;
+}
+#define OWN_RELEASE(node) own_release((node), sizeof(*(node)))
+#define OWN_NAME(node, v) own_replace((node), sizeof(*(node)), 0, (v))
+#define OWN_STR(node, v) own_replace((node), sizeof(*(node)), 1, (v))
+
 struct uci_package *ucii_package_new(struct uci_context *ctx, const char *name)
 {
-	struct uci_package *p = calloc(1, sizeof(*p) + sizeof(struct ucii_own));
+	struct uci_package *p = node_alloc(sizeof(*p), name, NULL);
 	if (!p)
 		return NULL;
 	p->e.type = UCI_TYPE_PACKAGE;
-	p->e.name = UCII_OWN(p)->name = strdup(name);
-	if (!p->e.name) {
-		free(p);
-		return NULL;
-	}
+	p->e.name = UCII_OWN(p)->name;
 	ucii_list_init(&p->e.list);
 	ucii_list_init(&p->sections);
 	ucii_list_init(&p->delta);
@@ -159,8 +206,7 @@ void ucii_package_free(struct uci_package *p)
 	delta_list_free(&p->saved_delta);
 	ucii_index_drop(p);
 	ucii_list_del(&p->e.list);
-	free(UCII_OWN(p)->name);
-	free(UCII_OWN(p)->str);
+	OWN_RELEASE(p);
 	free(p);
 }
 
@@ -175,24 +221,21 @@ void ucii_anon_name(char *buf, size_t size, int n, const char *type)
 struct uci_section *ucii_section_new(struct uci_package *p, const char *type, const char *name)
 {
 	char gen[32];
-	struct uci_section *s = calloc(1, sizeof(*s) + sizeof(struct ucii_own));
-	if (!s)
-		return NULL;
+	struct uci_section *s;
+	bool anonymous = !name;
+
 	p->n_section++;
-	if (!name) {
+	if (anonymous) {
 		ucii_anon_name(gen, sizeof(gen), p->n_section, type);
 		name = gen;
-		s->anonymous = true;
 	}
-	s->e.type = UCI_TYPE_SECTION;
-	s->e.name = UCII_OWN(s)->name = strdup(name);
-	s->type = UCII_OWN(s)->str = strdup(type);
-	if (!s->e.name || !s->type) {
-		free(s->e.name);
-		free(s->type);
-		free(s);
+	s = node_alloc(sizeof(*s), name, type);
+	if (!s)
 		return NULL;
-	}
+	s->anonymous = anonymous;
+	s->e.type = UCI_TYPE_SECTION;
+	s->e.name = UCII_OWN(s)->name;
+	s->type = UCII_OWN(s)->str;
 	ucii_list_init(&s->options);
 	s->package = p;
 	ucii_list_add(&p->sections, &s->e.list);
@@ -208,8 +251,7 @@ void ucii_section_free(struct uci_section *s)
 	uci_foreach_element_safe(&s->options, tmp, e)
 		ucii_option_free(uci_to_option(e));
 	ucii_list_del(&s->e.list);
-	free(UCII_OWN(s)->name);
-	free(UCII_OWN(s)->str);
+	OWN_RELEASE(s);
 	free(s);
 }
 
@@ -220,8 +262,8 @@ int ucii_section_retype(struct uci_section *s, const char *type)
 		return UCI_ERR_MEM;
 	if (strlen(t) != strlen(s->type))
 		s->anonymous = false;
-	free(UCII_OWN(s)->str);
-	s->type = UCII_OWN(s)->str = t;
+	OWN_STR(s, t);
+	s->type = t;
 	return 0;
 }
 
@@ -321,7 +363,7 @@ struct uci_option *ucii_find_option(struct uci_section *s, const char *name)
 void ucii_item_free(struct uci_element *e)
 {
 	ucii_list_del(&e->list);
-	free(UCII_OWN(e)->name);
+	OWN_RELEASE(e);
 	free(e);
 }
 
@@ -337,22 +379,17 @@ void ucii_option_free(struct uci_option *o)
 	if (o->type == UCI_TYPE_LIST)
 		items_free(&o->v.list);
 	ucii_list_del(&o->e.list);
-	free(UCII_OWN(o)->name);
-	free(UCII_OWN(o)->str);
+	OWN_RELEASE(o);
 	free(o);
 }
 
-static struct uci_option *option_new(struct uci_section *s, const char *name)
+static struct uci_option *option_new(struct uci_section *s, const char *name, const char *value)
 {
-	struct uci_option *o = calloc(1, sizeof(*o) + sizeof(struct ucii_own));
+	struct uci_option *o = node_alloc(sizeof(*o), name, value);
 	if (!o)
 		return NULL;
 	o->e.type = UCI_TYPE_OPTION;
-	o->e.name = UCII_OWN(o)->name = strdup(name);
-	if (!o->e.name) {
-		free(o);
-		return NULL;
-	}
+	o->e.name = UCII_OWN(o)->name;
 	o->section = s;
 	return o;
 }
@@ -361,36 +398,34 @@ static struct uci_option *option_new(struct uci_section *s, const char *name)
  * value, in place. */
 struct uci_option *ucii_option_set(struct uci_section *s, struct uci_option *o, const char *name, const char *value)
 {
-	char *v = strdup(value);
+	char *v;
+	if (!o) {
+		o = option_new(s, name, value);
+		if (!o)
+			return NULL;
+		o->type = UCI_TYPE_STRING;
+		o->v.string = UCII_OWN(o)->str;
+		ucii_list_add(&s->options, &o->e.list);
+		return o;
+	}
+	v = strdup(value);
 	if (!v)
 		return NULL;
-	if (!o) {
-		o = option_new(s, name);
-		if (!o) {
-			free(v);
-			return NULL;
-		}
-		ucii_list_add(&s->options, &o->e.list);
-	} else if (o->type == UCI_TYPE_LIST) {
+	if (o->type == UCI_TYPE_LIST)
 		items_free(&o->v.list);
-	}
-	free(UCII_OWN(o)->str);
+	OWN_STR(o, v);
 	o->type = UCI_TYPE_STRING;
-	o->v.string = UCII_OWN(o)->str = v;
+	o->v.string = v;
 	return o;
 }
 
 static struct uci_element *item_new(const char *text)
 {
-	struct uci_element *e = calloc(1, sizeof(*e) + sizeof(struct ucii_own));
+	struct uci_element *e = node_alloc(sizeof(*e), text, NULL);
 	if (!e)
 		return NULL;
 	e->type = UCI_TYPE_ITEM;
-	e->name = UCII_OWN(e)->name = strdup(text);
-	if (!e->name) {
-		free(e);
-		return NULL;
-	}
+	e->name = UCII_OWN(e)->name;
 	return e;
 }
 
@@ -402,7 +437,7 @@ struct uci_option *ucii_option_add_item(struct uci_section *s, struct uci_option
 	if (!item)
 		return NULL;
 	if (!o) {
-		o = option_new(s, name);
+		o = option_new(s, name, NULL);
 		if (!o) {
 			ucii_item_free(item);
 			return NULL;
@@ -416,8 +451,7 @@ struct uci_option *ucii_option_add_item(struct uci_section *s, struct uci_option
 			ucii_item_free(item);
 			return NULL;
 		}
-		free(UCII_OWN(o)->str);
-		UCII_OWN(o)->str = NULL;
+		OWN_STR(o, NULL);
 		o->type = UCI_TYPE_LIST;
 		ucii_list_init(&o->v.list);
 		ucii_list_add(&o->v.list, &first->list);
@@ -1113,12 +1147,12 @@ int uci_rename(struct uci_context *ctx, struct uci_ptr *ptr)
 		return ucii_err(ctx, rc);
 	}
 	if (ptr->o) {
-		free(UCII_OWN(ptr->o)->name);
-		ptr->o->e.name = UCII_OWN(ptr->o)->name = n;
+		OWN_NAME(ptr->o, n);
+		ptr->o->e.name = n;
 		ptr->option = n;
 	} else {
-		free(UCII_OWN(ptr->s)->name);
-		ptr->s->e.name = UCII_OWN(ptr->s)->name = n;
+		OWN_NAME(ptr->s, n);
+		ptr->s->e.name = n;
 		ptr->s->anonymous = false;
 		ucii_index_drop(ptr->p);
 		ptr->section = n;
@@ -1255,11 +1289,11 @@ int ucii_apply_delta(struct uci_context *ctx, struct uci_package *p, enum uci_co
 		if (!n)
 			return -1;
 		if (o) {
-			free(UCII_OWN(o)->name);
-			o->e.name = UCII_OWN(o)->name = n;
+			OWN_NAME(o, n);
+			o->e.name = n;
 		} else {
-			free(UCII_OWN(s)->name);
-			s->e.name = UCII_OWN(s)->name = n;
+			OWN_NAME(s, n);
+			s->e.name = n;
 			s->anonymous = false;
 			ucii_index_drop(p);
 		}
