@@ -69,3 +69,12 @@ TEST(Harness, ChildRunnerAndCapture) {
   EXPECT_EQ(kivtest::open_fd_count(), before + 1);
   close(fd);
 }
+
+TEST_F(SandboxSelf, ManyLogLinesNeverBlockTheWriter) {
+  openlog("kivtest", 0, LOG_USER);
+  for (int i = 0; i < 200; ++i) ::syslog(LOG_INFO, "line %d", i);
+  closelog();
+  auto msgs = Sandbox::syslog();
+  ASSERT_EQ(msgs.size(), 200u);
+  EXPECT_NE(msgs[199].find("line 199"), std::string::npos);
+}

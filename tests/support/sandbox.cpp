@@ -16,7 +16,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <poll.h>
+#include <pthread.h>
+
 #include <fstream>
+#include <mutex>
 #include <sstream>
 
 namespace kivtest {
@@ -31,6 +35,13 @@ struct State {
   std::vector<std::string> mounts;  // in mount order
   int console_fd = -1;
   int log_fd = -1;
+  // The kernel queues only a few datagrams on a socket, and a full queue
+  // blocks the writer: a thread drains /dev/log all the time.
+  std::mutex log_mutex;
+  std::vector<std::string> log_msgs;
+  pthread_t log_thread{};
+  bool log_thread_running = false;
+  int log_stop[2] = {-1, -1};
 };
 
 State &state() {
@@ -55,8 +66,46 @@ bool do_mount(const char *src, const std::string &target, const char *type,
   return true;
 }
 
+// Moves every queued datagram into log_msgs; the caller holds log_mutex.
+void drain_log_locked(State &s) {
+  char buf[8192];
+  for (;;) {
+    ssize_t r = recv(s.log_fd, buf, sizeof buf, MSG_DONTWAIT);
+    if (r < 0) break;
+    std::string msg(buf, static_cast<size_t>(r));
+    while (!msg.empty() && (msg.back() == '\n' || msg.back() == '\0'))
+      msg.pop_back();
+    s.log_msgs.push_back(std::move(msg));
+  }
+}
+
+void *log_drainer(void *arg) {
+  State *s = static_cast<State *>(arg);
+  pollfd fds[2] = {{s->log_fd, POLLIN, 0}, {s->log_stop[0], POLLIN, 0}};
+  for (;;) {
+    if (poll(fds, 2, -1) < 0 && errno != EINTR) return nullptr;
+    if (fds[1].revents) return nullptr;
+    if (fds[0].revents) {
+      std::lock_guard<std::mutex> lock(s->log_mutex);
+      drain_log_locked(*s);
+    }
+  }
+}
+
 void leave() {
   State &s = state();
+  if (s.log_thread_running) {
+    char c = 0;
+    ssize_t w = write(s.log_stop[1], &c, 1);
+    (void)w;
+    pthread_join(s.log_thread, nullptr);
+    s.log_thread_running = false;
+  }
+  for (int &fd : s.log_stop) {
+    if (fd >= 0) close(fd);
+    fd = -1;
+  }
+  s.log_msgs.clear();
   if (s.console_fd >= 0) close(s.console_fd);
   if (s.log_fd >= 0) close(s.log_fd);
   s.console_fd = s.log_fd = -1;
@@ -161,6 +210,17 @@ std::string Sandbox::enter() {
   }
   int rcv = 1 << 20;
   setsockopt(s.log_fd, SOL_SOCKET, SO_RCVBUF, &rcv, sizeof rcv);
+  if (pipe2(s.log_stop, O_CLOEXEC) != 0) {
+    leave();
+    return errtext("pipe");
+  }
+  // A plain pthread: it may still run when the process exits, and forked
+  // children that call exit() must not try to stop it.
+  if (pthread_create(&s.log_thread, nullptr, log_drainer, &s) != 0) {
+    leave();
+    return "cannot start the syslog reader";
+  }
+  s.log_thread_running = true;
 
   setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
   s.active = true;
@@ -271,16 +331,11 @@ std::string Sandbox::console() {
 }
 
 std::vector<std::string> Sandbox::syslog() {
+  State &s = state();
+  std::lock_guard<std::mutex> lock(s.log_mutex);
+  drain_log_locked(s);
   std::vector<std::string> out;
-  char buf[8192];
-  for (;;) {
-    ssize_t r = recv(state().log_fd, buf, sizeof buf, 0);
-    if (r < 0) break;
-    std::string msg(buf, static_cast<size_t>(r));
-    while (!msg.empty() && (msg.back() == '\n' || msg.back() == '\0'))
-      msg.pop_back();
-    out.push_back(msg);
-  }
+  out.swap(s.log_msgs);
   return out;
 }
 

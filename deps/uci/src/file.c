@@ -1,0 +1,779 @@
+/* The file backend: loading, saving deltas, committing, reverting. */
+#define _GNU_SOURCE
+#include "internal.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+char *ucii_read_fd(int fd, size_t *len)
+{
+	size_t cap = 4096, n = 0;
+	char *buf = malloc(cap);
+	if (!buf)
+		return NULL;
+	for (;;) {
+		ssize_t r;
+		if (n + 1 >= cap) {
+			char *nb = realloc(buf, cap * 2);
+			if (!nb) {
+				free(buf);
+				return NULL;
+			}
+			buf = nb;
+			cap *= 2;
+		}
+		r = read(fd, buf + n, cap - n - 1);
+		if (r < 0) {
+			if (errno == EINTR)
+				continue;
+			free(buf);
+			return NULL;
+		}
+		if (r == 0)
+			break;
+		n += (size_t)r;
+	}
+	buf[n] = 0;
+	*len = n;
+	return buf;
+}
+
+static void close_keep_errno(int fd)
+{
+	int e = errno;
+	close(fd);
+	errno = e;
+}
+
+/* Reads a whole file under a shared lock; NULL with errno on failure
+ * (ENOENT also for a file that is not regular). */
+static char *read_locked(const char *path, size_t *len)
+{
+	struct stat st;
+	char *buf;
+	int fd = open(path, O_RDONLY | O_CLOEXEC);
+	if (fd < 0)
+		return NULL;
+	if (fstat(fd, &st) || !S_ISREG(st.st_mode)) {
+		close(fd);
+		errno = ENOENT;
+		return NULL;
+	}
+	flock(fd, LOCK_SH);
+	buf = ucii_read_fd(fd, len);
+	close_keep_errno(fd);
+	return buf;
+}
+
+int ucii_load_deltas(struct uci_context *ctx, struct uci_package *p)
+{
+	struct uci_element *e;
+	int applied = 0;
+
+	uci_foreach_element(&ctx->delta_path, e) {
+		size_t len;
+		char *path = ucii_path(e->name, p->e.name);
+		char *buf;
+		if (!path)
+			continue;
+		buf = read_locked(path, &len);
+		free(path);
+		if (!buf)
+			continue;
+		applied += ucii_delta_replay(ctx, p, buf, len);
+		free(buf);
+	}
+	return applied;
+}
+
+static struct uci_package *find_loaded(struct uci_context *ctx, const char *name)
+{
+	struct uci_element *e;
+	uci_foreach_element(&ctx->root, e)
+		if (!strcmp(e->name, name))
+			return uci_to_package(e);
+	return NULL;
+}
+
+/* Parses buf as the package name; *res is the new package (not yet in the
+ * context). */
+static int parse_package(struct uci_context *ctx, const char *name, const char *path,
+		const char *buf, size_t len, bool has_delta, struct uci_package **res)
+{
+	struct ucii_parse_job job;
+	struct uci_package *p = ucii_package_new(ctx, name);
+	int rc;
+
+	*res = NULL;
+	if (!p)
+		return UCI_ERR_MEM;
+	p->path = strdup(path);
+	if (!p->path) {
+		ucii_package_free(p);
+		return UCI_ERR_MEM;
+	}
+	p->has_delta = has_delta;
+	memset(&job, 0, sizeof(job));
+	job.mode = UCII_PARSE_LOAD;
+	job.pkg = p;
+	rc = ucii_parse_config(ctx, buf, len, &job);
+	if (rc) {
+		ucii_package_free(p);
+		return rc;
+	}
+	*res = p;
+	return 0;
+}
+
+int uci_load(struct uci_context *ctx, const char *name, struct uci_package **package)
+{
+	const char *pname = name;
+	char *path = NULL, *buf;
+	bool has_delta = true, conf2 = false;
+	struct uci_package *p;
+	size_t len;
+	int rc;
+
+	if (!ctx)
+		return UCI_ERR_INVAL;
+	if (package)
+		*package = NULL;
+	if (!name)
+		return ucii_err(ctx, UCI_ERR_INVAL);
+
+	if (name[0] == '/' || (name[0] == '.' && name[1] == '/')) {
+		const char *slash = strrchr(name, '/');
+		pname = slash + 1;
+		has_delta = false;
+		if (!ucii_valid_package(pname))
+			return ucii_err(ctx, UCI_ERR_INVAL);
+		path = strdup(name);
+	} else if (name[0] == '.') {
+		return ucii_err(ctx, UCI_ERR_NOTFOUND);
+	} else {
+		if (!ucii_valid_package(name))
+			return ucii_err(ctx, UCI_ERR_INVAL);
+		if (ctx->conf2dir && ctx->conf2dir[0]) {
+			struct stat st;
+			path = ucii_path(ctx->conf2dir, name);
+			if (path && !stat(path, &st) && S_ISREG(st.st_mode)) {
+				conf2 = true;
+			} else {
+				free(path);
+				path = NULL;
+			}
+		}
+		if (!conf2)
+			path = ucii_path(ctx->confdir, name);
+	}
+	if (!path)
+		return ucii_err(ctx, UCI_ERR_MEM);
+	if (find_loaded(ctx, pname)) {
+		free(path);
+		return ucii_err(ctx, UCI_ERR_DUPLICATE);
+	}
+
+	buf = read_locked(path, &len);
+	if (!buf) {
+		rc = (errno == ENOMEM) ? UCI_ERR_MEM : (errno == ENOENT || errno == ENOTDIR) ? UCI_ERR_NOTFOUND : UCI_ERR_IO;
+		free(path);
+		return ucii_err(ctx, rc);
+	}
+	rc = parse_package(ctx, pname, path, buf, len, has_delta, &p);
+	free(buf);
+	free(path);
+	if (rc)
+		return ucii_err(ctx, rc);
+	p->uses_conf2 = conf2;
+	if (has_delta)
+		ucii_load_deltas(ctx, p);
+	ucii_list_add(&ctx->root, &p->e.list);
+	if (package)
+		*package = p;
+	return ucii_err(ctx, 0);
+}
+
+int uci_unload(struct uci_context *ctx, struct uci_package *p)
+{
+	if (!ctx)
+		return UCI_ERR_INVAL;
+	if (!p)
+		return ucii_err(ctx, UCI_ERR_INVAL);
+	ucii_package_free(p);
+	return ucii_err(ctx, 0);
+}
+
+static mode_t mode_of(const char *path, mode_t dflt)
+{
+	struct stat st;
+	if (path && !stat(path, &st))
+		return st.st_mode & 07777;
+	return dflt;
+}
+
+/* Makes sure the save directory exists. */
+static int ensure_savedir(struct uci_context *ctx)
+{
+	struct stat st;
+	if (!stat(ctx->savedir, &st))
+		return S_ISDIR(st.st_mode) ? 0 : UCI_ERR_IO;
+	if (mkdir(ctx->savedir, mode_of(ctx->confdir, UCI_DIRMODE)) && errno != EEXIST)
+		return UCI_ERR_IO;
+	return 0;
+}
+
+/* Appends the pending changes of p to its delta file. */
+static int save_deltas(struct uci_context *ctx, struct uci_package *p)
+{
+	char *path, *conf;
+	mode_t mode;
+	FILE *f;
+	int fd, rc;
+	struct uci_element *e, *tmp;
+
+	if (uci_list_empty(&p->delta))
+		return 0;
+	rc = ensure_savedir(ctx);
+	if (rc)
+		return rc;
+	path = ucii_path(ctx->savedir, p->e.name);
+	conf = ucii_path(ctx->confdir, p->e.name);
+	if (!path || !conf) {
+		free(path);
+		free(conf);
+		return UCI_ERR_MEM;
+	}
+	mode = mode_of(conf, UCI_FILEMODE);
+	free(conf);
+	fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, mode);
+	free(path);
+	if (fd < 0)
+		return UCI_ERR_IO;
+	flock(fd, LOCK_EX);
+	f = fdopen(fd, "a");
+	if (!f) {
+		close(fd);
+		return UCI_ERR_IO;
+	}
+	uci_foreach_element(&p->delta, e)
+		ucii_write_delta(f, p->e.name, uci_to_delta(e));
+	rc = fflush(f) ? UCI_ERR_IO : 0;
+	if (fclose(f))
+		rc = UCI_ERR_IO;
+	if (rc)
+		return rc;
+	uci_foreach_element_safe(&p->delta, tmp, e) {
+		ucii_list_del(&e->list);
+		if (ctx->flags & UCI_FLAG_SAVED_DELTA)
+			ucii_list_add(&p->saved_delta, &e->list);
+		else
+			ucii_delta_free(uci_to_delta(e));
+	}
+	return 0;
+}
+
+/* Writes p in the canonical form over target: a locked temporary file in
+ * the configuration directory, synced, given the old file's mode, renamed
+ * over the real path of target. */
+int ucii_write_file(struct uci_context *ctx, struct uci_package *p, const char *target)
+{
+	char *tmp, *real;
+	size_t n;
+	mode_t mode;
+	FILE *f;
+	int fd, rc = 0;
+
+	n = strlen(ctx->confdir) + strlen(p->e.name) + 16;
+	tmp = malloc(n);
+	if (!tmp)
+		return UCI_ERR_MEM;
+	snprintf(tmp, n, "%s/.%s.uci-XXXXXX", ctx->confdir, p->e.name);
+	fd = mkstemp(tmp);
+	if (fd < 0) {
+		free(tmp);
+		return UCI_ERR_IO;
+	}
+	flock(fd, LOCK_EX);
+	f = fdopen(fd, "w");
+	if (!f) {
+		close(fd);
+		unlink(tmp);
+		free(tmp);
+		return UCI_ERR_IO;
+	}
+	ucii_write_package(ctx, f, p, false);
+	mode = mode_of(target, UCI_FILEMODE);
+	if (fflush(f) || fsync(fd) || fchmod(fd, mode))
+		rc = UCI_ERR_IO;
+	if (fclose(f))
+		rc = UCI_ERR_IO;
+	real = realpath(target, NULL);
+	if (!rc && rename(tmp, real ? real : target))
+		rc = UCI_ERR_IO;
+	if (rc)
+		unlink(tmp);
+	free(real);
+	free(tmp);
+	return rc;
+}
+
+int uci_save(struct uci_context *ctx, struct uci_package *p)
+{
+	if (!ctx)
+		return UCI_ERR_INVAL;
+	if (!p)
+		return ucii_err(ctx, UCI_ERR_INVAL);
+	if (!p->has_delta)
+		return ucii_err(ctx, p->path ? ucii_write_file(ctx, p, p->path) : UCI_ERR_INVAL);
+	return ucii_err(ctx, save_deltas(ctx, p));
+}
+
+static void truncate_savefile(struct uci_context *ctx, const char *name)
+{
+	char *path = ucii_path(ctx->savedir, name);
+	int fd;
+	if (!path)
+		return;
+	fd = open(path, O_WRONLY | O_CLOEXEC);
+	free(path);
+	if (fd < 0)
+		return;
+	flock(fd, LOCK_EX);
+	if (ftruncate(fd, 0)) {
+		/* nothing more to do: the changes are in the file already */
+	}
+	close(fd);
+}
+
+static void clear_saved(struct uci_package *p)
+{
+	struct uci_element *e, *tmp;
+	uci_foreach_element_safe(&p->saved_delta, tmp, e)
+		ucii_delta_free(uci_to_delta(e));
+}
+
+int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overwrite)
+{
+	struct uci_package *p;
+	char *name = NULL, *path = NULL, *buf;
+	size_t len;
+	int fd, rc, applied;
+
+	if (!ctx)
+		return UCI_ERR_INVAL;
+	if (!package || !*package)
+		return ucii_err(ctx, UCI_ERR_INVAL);
+	p = *package;
+	if (!p->has_delta) {
+		if (!p->path)
+			return ucii_err(ctx, UCI_ERR_INVAL);
+		return ucii_err(ctx, ucii_write_file(ctx, p, p->path));
+	}
+
+	fd = open(p->path, O_RDWR | O_CREAT | O_CLOEXEC, UCI_FILEMODE);
+	if (fd < 0)
+		return ucii_err(ctx, errno == ENOENT ? UCI_ERR_NOTFOUND : UCI_ERR_IO);
+	flock(fd, LOCK_EX);
+
+	rc = save_deltas(ctx, p);
+	if (rc)
+		goto out;
+
+	if (!overwrite) {
+		struct uci_package *np;
+		name = strdup(p->e.name);
+		path = strdup(p->path);
+		if (!name || !path) {
+			rc = UCI_ERR_MEM;
+			goto out;
+		}
+		buf = ucii_read_fd(fd, &len);
+		if (!buf) {
+			rc = UCI_ERR_IO;
+			goto out;
+		}
+		ucii_package_free(p);
+		*package = NULL;
+		rc = parse_package(ctx, name, path, buf, len, true, &np);
+		free(buf);
+		if (rc)
+			goto out;
+		np->uses_conf2 = false;
+		ucii_list_add(&ctx->root, &np->e.list);
+		*package = p = np;
+	}
+	applied = ucii_load_deltas(ctx, p);
+	if (!applied)
+		goto out;
+
+	rc = ucii_write_file(ctx, p, p->path);
+	if (rc)
+		goto out;
+	truncate_savefile(ctx, p->e.name);
+	clear_saved(p);
+out:
+	close(fd);
+	free(name);
+	free(path);
+	return ucii_err(ctx, rc);
+}
+
+/* ---- revert ---- */
+
+struct revert_filter {
+	struct uci_context *ctx;
+	const char *pkg, *sec, *opt;
+	const char *buf;
+	char *out;
+	size_t outlen;
+};
+
+static int revert_line(void *arg, char *word, size_t start, size_t end)
+{
+	struct revert_filter *r = arg;
+	struct uci_ptr ptr;
+	int err = r->ctx->err;
+	bool drop = false;
+	char *w = word;
+
+	if (strchr("+-@^|~", *w) && *w)
+		w++;
+	if (!uci_parse_ptr(r->ctx, &ptr, w) && !strcmp(ptr.package, r->pkg)) {
+		if (!r->sec)
+			drop = true;
+		else if (ptr.section && !strcmp(ptr.section, r->sec))
+			drop = !r->opt || (ptr.option && !strcmp(ptr.option, r->opt));
+	}
+	r->ctx->err = err;
+	if (!drop) {
+		memcpy(r->out + r->outlen, r->buf + start, end - start);
+		r->outlen += end - start;
+	}
+	return 0;
+}
+
+static int filter_savefile(struct uci_context *ctx, const char *pkg, const char *sec, const char *opt)
+{
+	struct revert_filter r;
+	char *path = ucii_path(ctx->savedir, pkg);
+	char *buf;
+	size_t len;
+	int fd, rc = 0;
+
+	if (!path)
+		return UCI_ERR_MEM;
+	fd = open(path, O_RDWR | O_CLOEXEC);
+	free(path);
+	if (fd < 0)
+		return 0;
+	flock(fd, LOCK_EX);
+	buf = ucii_read_fd(fd, &len);
+	if (!buf) {
+		close(fd);
+		return UCI_ERR_IO;
+	}
+	memset(&r, 0, sizeof(r));
+	r.ctx = ctx;
+	r.pkg = pkg;
+	r.sec = sec;
+	r.opt = opt;
+	r.buf = buf;
+	r.out = malloc(len + 1);
+	if (!r.out) {
+		free(buf);
+		close(fd);
+		return UCI_ERR_MEM;
+	}
+	rc = ucii_parse_delta_lines(ctx, buf, len, revert_line, &r);
+	if (!rc && r.outlen != len) {
+		if (ftruncate(fd, 0) || pwrite(fd, r.out, r.outlen, 0) != (ssize_t)r.outlen)
+			rc = UCI_ERR_IO;
+	}
+	free(r.out);
+	free(buf);
+	close(fd);
+	return rc;
+}
+
+int uci_revert(struct uci_context *ctx, struct uci_ptr *ptr)
+{
+	struct uci_package *p;
+	char *pkg = NULL, *sec = NULL, *opt = NULL;
+	int rc;
+
+	if (!ctx)
+		return UCI_ERR_INVAL;
+	if (!ptr)
+		return ucii_err(ctx, UCI_ERR_INVAL);
+	if (!(ptr->flags & UCI_LOOKUP_DONE)) {
+		rc = uci_lookup_ptr(ctx, ptr, NULL, true);
+		if (rc)
+			return rc;
+	}
+	p = ptr->p;
+	if (!p || !p->has_delta)
+		return ucii_err(ctx, UCI_ERR_INVAL);
+	pkg = strdup(p->e.name);
+	if (ptr->s)
+		sec = strdup(ptr->s->e.name);
+	else if (ptr->section)
+		sec = strdup(ptr->section);
+	if (ptr->option)
+		opt = strdup(ptr->option);
+	if (!pkg || (ptr->section && !sec) || (ptr->option && !opt)) {
+		rc = UCI_ERR_MEM;
+		goto out;
+	}
+	rc = save_deltas(ctx, p);
+	if (rc)
+		goto out;
+	ucii_package_free(p);
+	ptr->p = NULL;
+	ptr->s = NULL;
+	ptr->o = NULL;
+	ptr->last = NULL;
+	rc = filter_savefile(ctx, pkg, sec, opt);
+	if (rc)
+		goto out;
+	rc = uci_load(ctx, pkg, &ptr->p);
+	if (!rc)
+		ptr->package = ptr->p->e.name;
+	ptr->section = NULL;
+	ptr->option = NULL;
+out:
+	free(pkg);
+	free(sec);
+	free(opt);
+	return ucii_err(ctx, rc);
+}
+
+/* ---- listing ---- */
+
+static int cmp_str(const void *a, const void *b)
+{
+	return strcmp(*(char *const *)a, *(char *const *)b);
+}
+
+int uci_list_configs(struct uci_context *ctx, char ***list)
+{
+	DIR *d;
+	struct dirent *de;
+	char **names = NULL, **res, *strs;
+	size_t n = 0, cap = 0, total = 0, i;
+	int rc = 0;
+
+	if (!ctx)
+		return UCI_ERR_INVAL;
+	if (!list)
+		return ucii_err(ctx, UCI_ERR_INVAL);
+	*list = NULL;
+	d = opendir(ctx->confdir);
+	if (!d)
+		return ucii_err(ctx, UCI_ERR_NOTFOUND);
+	while ((de = readdir(d)) != NULL) {
+		struct stat st;
+		char *path;
+		if (de->d_name[0] == '.' || strchr(de->d_name, '.') || !ucii_valid_package(de->d_name))
+			continue;
+		path = ucii_path(ctx->confdir, de->d_name);
+		if (!path) {
+			rc = UCI_ERR_MEM;
+			break;
+		}
+		if (stat(path, &st) || !S_ISREG(st.st_mode)) {
+			free(path);
+			continue;
+		}
+		free(path);
+		if (n == cap) {
+			char **nn = realloc(names, (cap = cap ? cap * 2 : 16) * sizeof(*names));
+			if (!nn) {
+				rc = UCI_ERR_MEM;
+				break;
+			}
+			names = nn;
+		}
+		names[n] = strdup(de->d_name);
+		if (!names[n]) {
+			rc = UCI_ERR_MEM;
+			break;
+		}
+		total += strlen(names[n]) + 1;
+		n++;
+	}
+	closedir(d);
+	if (!rc && !n)
+		rc = UCI_ERR_NOTFOUND;
+	if (!rc) {
+		qsort(names, n, sizeof(*names), cmp_str);
+		res = malloc((n + 1) * sizeof(char *) + total);
+		if (!res) {
+			rc = UCI_ERR_MEM;
+		} else {
+			strs = (char *)(res + n + 1);
+			for (i = 0; i < n; i++) {
+				size_t l = strlen(names[i]) + 1;
+				memcpy(strs, names[i], l);
+				res[i] = strs;
+				strs += l;
+			}
+			res[n] = NULL;
+			*list = res;
+		}
+	}
+	for (i = 0; i < n; i++)
+		free(names[i]);
+	free(names);
+	return ucii_err(ctx, rc);
+}
+
+/* ---- import, export ---- */
+
+static char *read_stream(FILE *f, size_t *len)
+{
+	size_t cap = 4096, n = 0, r;
+	char *buf = malloc(cap);
+	if (!buf)
+		return NULL;
+	while ((r = fread(buf + n, 1, cap - n - 1, f)) > 0) {
+		n += r;
+		if (n + 1 >= cap) {
+			char *nb = realloc(buf, cap * 2);
+			if (!nb) {
+				free(buf);
+				return NULL;
+			}
+			buf = nb;
+			cap *= 2;
+		}
+	}
+	buf[n] = 0;
+	*len = n;
+	return buf;
+}
+
+int uci_import(struct uci_context *ctx, FILE *stream, const char *name, struct uci_package **package, bool single)
+{
+	struct ucii_parse_job job;
+	char *buf;
+	size_t len;
+	int rc;
+
+	if (!ctx)
+		return UCI_ERR_INVAL;
+	if (!stream)
+		return ucii_err(ctx, UCI_ERR_INVAL);
+	memset(&job, 0, sizeof(job));
+	if (package && *package && single) {
+		job.mode = UCII_PARSE_MERGE;
+		job.pkg = *package;
+	} else {
+		job.mode = UCII_PARSE_IMPORT;
+		job.name = name;
+		job.single = single;
+		if (name && find_loaded(ctx, name))
+			return ucii_err(ctx, UCI_ERR_DUPLICATE);
+	}
+	buf = read_stream(stream, &len);
+	if (!buf)
+		return ucii_err(ctx, UCI_ERR_MEM);
+	rc = ucii_parse_config(ctx, buf, len, &job);
+	free(buf);
+	if (!rc && job.mode == UCII_PARSE_IMPORT && !job.pkg && name) {
+		/* an input without sections still makes the named package */
+		job.pkg = ucii_package_new(ctx, name);
+		if (job.pkg)
+			ucii_list_add(&ctx->root, &job.pkg->e.list);
+		else
+			rc = UCI_ERR_MEM;
+	}
+	if (package && job.mode == UCII_PARSE_IMPORT)
+		*package = job.pkg;
+	return ucii_err(ctx, rc);
+}
+
+int uci_export(struct uci_context *ctx, FILE *stream, struct uci_package *package, bool header)
+{
+	struct uci_element *e;
+	if (!ctx)
+		return UCI_ERR_INVAL;
+	if (!stream)
+		return ucii_err(ctx, UCI_ERR_INVAL);
+	if (package) {
+		ucii_write_package(ctx, stream, package, header);
+	} else {
+		uci_foreach_element(&ctx->root, e)
+			ucii_write_package(ctx, stream, uci_to_package(e), header);
+	}
+	return ucii_err(ctx, ferror(stream) ? UCI_ERR_IO : 0);
+}
+
+/* ---- batch argument reader ---- */
+
+int uci_parse_argument(struct uci_context *ctx, FILE *stream, char **str, char **result)
+{
+	struct uci_parse_context *pc;
+	char *line = NULL, *out, *in;
+	size_t cap = 0;
+	ssize_t n;
+
+	if (!ctx)
+		return UCI_ERR_INVAL;
+	if (!stream || !str || !result)
+		return ucii_err(ctx, UCI_ERR_INVAL);
+	if (!ctx->pctx && !(ctx->pctx = calloc(1, sizeof(*ctx->pctx))))
+		return ucii_err(ctx, UCI_ERR_MEM);
+	pc = ctx->pctx;
+	*result = NULL;
+
+	if (!*str) {
+		n = getline(&line, &cap, stream);
+		if (n < 0) {
+			free(line);
+			return ucii_err(ctx, 0);
+		}
+		*str = line;
+		pc->apos = 0;
+		pc->alen = (size_t)n;
+	}
+	in = *str + pc->apos;
+	while (*in == ' ' || *in == '\t')
+		in++;
+	if (!*in || *in == '\n' || *in == '#') {
+		pc->apos = (size_t)(in - *str);
+		return ucii_err(ctx, 0);
+	}
+	/* unquote in place: the result shrinks, so it fits */
+	out = *result = in;
+	while (*in && *in != ' ' && *in != '\t' && *in != '\n') {
+		if (*in == '\'') {
+			for (in++; *in && *in != '\''; )
+				*out++ = *in++;
+			if (*in)
+				in++;
+		} else if (*in == '"') {
+			for (in++; *in && *in != '"'; ) {
+				if (*in == '\\' && in[1])
+					in++;
+				*out++ = *in++;
+			}
+			if (*in)
+				in++;
+		} else if (*in == '\\' && in[1]) {
+			in++;
+			*out++ = *in++;
+		} else {
+			*out++ = *in++;
+		}
+	}
+	if (*in)
+		in++;
+	pc->apos = (size_t)(in - *str);
+	*out = 0;
+	return ucii_err(ctx, 0);
+}
