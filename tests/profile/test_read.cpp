@@ -53,19 +53,23 @@ TEST_F(ProfileTest, SizeBoundariesAbsentKeyAndNullBuffer) {
 }
 
 TEST_F(ProfileTest, CommentsBlanksNamesAndFirstMatch) {
-  profile(
+  static const char text[] =
       "# Key=comment\n"
       "   \t#Key=indented comment\n"
       "Key\n"
       "SSID1 =blank in name\n"
       "=empty name\n"
+      "Ke\0y=nul in the name\n"
       "  \tKey=found # not a comment\n"
       "Key=second\n"
-      "SSID1=x\n");
+      "SSID1=x\n"
+      "Nul=a\0b\n";
+  profile(std::string(text, sizeof text - 1));
   EXPECT_EQ(get("Key"), "found # not a comment");
   EXPECT_EQ(get("SSID1"), "x");
   EXPECT_EQ(get(""), std::string(1100, '?')) << "an empty name never matches";
   EXPECT_EQ(get("#Key"), std::string(1100, '?'));
+  EXPECT_EQ(get("Nul"), "a") << "a NUL ends the value";
 }
 
 TEST_F(ProfileTest, LongLinesAreSeenInPieces) {
