@@ -161,7 +161,7 @@ TEST_F(ProfileTest, FatalReportsOfTheRead) {
   // No selection at all: the hint alone.
   auto r = kivtest::run_in_child([] { get("K"); });
   EXPECT_EQ(r.exit_code, 255);
-  EXPECT_EQ(r.err, "use \"wificonf use <profile>\" first\n");
+  EXPECT_EQ(said(r), "use \"wificonf use <profile>\" first\n");
 
   // A selection that is no link: the hint, then the report "profile".
   Sandbox::write_file("/tmp/.wificonf/current", "K=1\n");
@@ -187,11 +187,11 @@ TEST_F(ProfileTest, FatalReportsOfTheRead) {
   __quiet = 1;
   r = kivtest::run_in_child([] { get("K"); });
   EXPECT_EQ(r.exit_code, 255);
-  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(said(r), "");
   unlink("/tmp/.wificonf/current");
   r = kivtest::run_in_child([] { get("K"); });
   EXPECT_EQ(r.exit_code, 255);
-  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(said(r), "");
 }
 
 TEST_F(ProfileTest, ZonesOfKivNvram) {
