@@ -57,8 +57,9 @@ KIV_EXPORT int use_profile(const char *path, const char *alias);
  * `link` (NULL means /tmp/.wificonf/current).  A missing link prints the hint
  * 'use "wificonf use <profile>" first' (unless __quiet) and ends the process
  * with exit(-1); a path that is no link prints the hint and returns NULL.
- * The link text lives in a buffer owned by the store, which the next call
- * replaces: do not free it, and copy it to keep it.
+ * The link text lives in a buffer owned by the store: do not free it.  It
+ * stays valid until a later call finds a different link text (conf_get and
+ * the other store functions call this too), so copy it to keep it.
  */
 KIV_EXPORT char *__get_profile(const char *link);
 

@@ -72,9 +72,6 @@ void commit_image(const char *profile, const char *data, size_t len,
 
 using namespace kiv::profile;
 
-#define PROFILE_FATAL(cond, ...) \
-  fatal(cond, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
-
 extern "C" {
 
 int conf_set(const char *key, const char *value) {
@@ -199,14 +196,9 @@ int conf_get_token(const char *key, int idx) {
   if (!fd) PROFILE_FATAL("fp");
 
   ChunkReader reader(fd.get());
-  KeyMatcher matches(key);
   const char *p;
   size_t n;
-  bool found = false;
-  while (!found && reader.next(kSearchLimit, &p, &n)) found = matches(p, n);
-  if (!found) return 0;
-  reader.rewind_last();
-  if (!reader.next(kReadLimit, &p, &n)) return 0;
+  if (!find_line(reader, key, &p, &n)) return 0;
   char line[kSearchLimit] = {};
   memcpy(line, p, n);
 

@@ -112,7 +112,7 @@ static int parse_package(struct uci_context *ctx, const char *name, const char *
 	*res = NULL;
 	if (!p)
 		return UCI_ERR_MEM;
-	p->path = strdup(path);
+	p->path = UCII_OWN(p)->str = strdup(path);
 	if (!p->path) {
 		ucii_package_free(p);
 		return UCI_ERR_MEM;

@@ -20,6 +20,17 @@ struct uci_parse_context {
 	size_t apos, alen;
 };
 
+/* Strings a node owns, recorded right behind the node (uci_dataptr); the
+ * first copies live in the same allocation, behind this record.  The
+ * public fields point at them, but users may point those fields elsewhere
+ * (a caller's own buffer as an option value, say): only what is recorded
+ * here is ever freed. */
+struct ucii_own {
+	char *name;
+	char *str;   /* section type, string option value, package path */
+};
+#define UCII_OWN(node) ((struct ucii_own *)uci_dataptr(node))
+
 /* What the configuration parser builds. */
 enum ucii_parse_mode {
 	UCII_PARSE_LOAD,   /* a file into one package; "package" lines ignored */
@@ -78,11 +89,13 @@ UCI_HIDDEN struct uci_package *ucii_package_new(struct uci_context *ctx, const c
 UCI_HIDDEN void ucii_package_free(struct uci_package *p);
 UCI_HIDDEN struct uci_section *ucii_section_new(struct uci_package *p, const char *type, const char *name);
 UCI_HIDDEN void ucii_section_free(struct uci_section *s);
+UCI_HIDDEN void ucii_index_drop(struct uci_package *p);
 UCI_HIDDEN struct uci_section *ucii_find_section(struct uci_package *p, const char *name);
 UCI_HIDDEN struct uci_option *ucii_find_option(struct uci_section *s, const char *name);
 UCI_HIDDEN struct uci_option *ucii_option_set(struct uci_section *s, struct uci_option *o, const char *name, const char *value);
 UCI_HIDDEN struct uci_option *ucii_option_add_item(struct uci_section *s, struct uci_option *o, const char *name, const char *value);
 UCI_HIDDEN void ucii_option_free(struct uci_option *o);
+UCI_HIDDEN void ucii_item_free(struct uci_element *e);
 UCI_HIDDEN int ucii_section_retype(struct uci_section *s, const char *type);
 UCI_HIDDEN void ucii_delta_free(struct uci_delta *d);
 UCI_HIDDEN int ucii_delta_add(struct uci_list *list, enum uci_command cmd, const char *section, const char *option, const char *value);

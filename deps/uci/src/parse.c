@@ -12,9 +12,11 @@ struct parser {
 	bool cmd_done;       /* the current command has no more arguments */
 	bool line_done;      /* the logical line was consumed */
 	const char *reason;  /* error */
-	/* word scratch */
+	/* word scratch, and the kept arguments of the current command */
 	char *w;
 	size_t wlen, wcap;
+	char *slot[2];
+	size_t slotcap[2];
 };
 
 static int peek(struct parser *ps, size_t off)
@@ -56,6 +58,45 @@ static bool wput(struct parser *ps, char c)
 	ps->w[ps->wlen++] = c;
 	ps->w[ps->wlen] = 0;
 	return true;
+}
+
+/* Appends n bytes of the input at pos and moves past them. */
+static bool wtake(struct parser *ps, size_t n)
+{
+	if (ps->wlen + n + 1 > ps->wcap) {
+		size_t cap = ps->wcap ? ps->wcap : 64;
+		char *w;
+		while (ps->wlen + n + 1 > cap)
+			cap *= 2;
+		w = realloc(ps->w, cap);
+		if (!w)
+			return false;
+		ps->w = w;
+		ps->wcap = cap;
+	}
+	memcpy(ps->w + ps->wlen, ps->buf + ps->pos, n);
+	ps->wlen += n;
+	ps->w[ps->wlen] = 0;
+	ps->pos += n;
+	return true;
+}
+
+/* Bytes that end a run of plain text, and a run inside single quotes. */
+static const unsigned char plain_stop[256] = {
+	[' '] = 1, ['\t'] = 1, ['\n'] = 1, [';'] = 1, ['#'] = 1,
+	['\''] = 1, ['"'] = 1, ['\\'] = 1,
+};
+static const unsigned char squote_stop[256] = {
+	['\''] = 1, ['\n'] = 1,
+};
+
+/* Length of the run at pos holding none of the stop bytes. */
+static size_t run_length(struct parser *ps, const unsigned char *stop)
+{
+	size_t i = ps->pos;
+	while (i < ps->len && !stop[(unsigned char)ps->buf[i]])
+		i++;
+	return i - ps->pos;
 }
 
 static void skip_rest_of_line(struct parser *ps)
@@ -116,12 +157,14 @@ static int read_arg(struct parser *ps)
 					ps->pos++;
 					break;
 				}
-				if (!wput(ps, (char)c))
-					goto nomem;
-				if (c == '\n')
+				if (c == '\n') {
+					if (!wput(ps, (char)c))
+						goto nomem;
 					consume_lf(ps);
-				else
-					ps->pos++;
+					continue;
+				}
+				if (!wtake(ps, run_length(ps, squote_stop)))
+					goto nomem;
 			}
 		} else if (c == '"') {
 			ps->pos++;
@@ -164,9 +207,8 @@ static int read_arg(struct parser *ps)
 				ps->pos++;
 			}
 		} else {
-			if (!wput(ps, (char)c))
+			if (!wtake(ps, run_length(ps, plain_stop)))
 				goto nomem;
-			ps->pos++;
 		}
 	}
 	c = peek(ps, 0);
@@ -187,6 +229,21 @@ nomem:
 static char *take_word(struct parser *ps)
 {
 	return strdup(ps->wlen ? ps->w : "");
+}
+
+/* Keeps the current word as argument k of the command, valid until the
+ * next command; its buffer is swapped in, nothing is copied. */
+static char *keep_word(struct parser *ps, int k)
+{
+	char *w = ps->w;
+	size_t cap = ps->wcap;
+	if (!ps->wlen)
+		w[0] = 0;
+	ps->w = ps->slot[k];
+	ps->wcap = ps->slotcap[k];
+	ps->slot[k] = w;
+	ps->slotcap[k] = cap;
+	return w;
 }
 
 static bool valid_package_line(const char *s)
@@ -273,8 +330,7 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 		ps->reason = "insufficient arguments";
 		return -1;
 	}
-	if (!(a = take_word(ps)))
-		goto nomem;
+	a = keep_word(ps, 0);
 
 	switch (kw) {
 	case 'p':
@@ -306,8 +362,7 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 		if (r < 0)
 			goto out;
 		if (r > 0) {
-			if (!(b = take_word(ps)))
-				goto nomem;
+			b = keep_word(ps, 1);
 			if (!ucii_valid_name(b)) {
 				ps->reason = "invalid character in name field";
 				goto out;
@@ -339,8 +394,9 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 					st->nomem = e;
 					goto out;
 				}
-				st->secname = b;
-				b = NULL;
+				st->secname = strdup(b);
+				if (!st->secname)
+					goto nomem;
 			} else {
 				int e = uci_add_section(ps->ctx, st->pkg, a, &s);
 				if (e) {
@@ -384,8 +440,7 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 			goto out;
 		}
 		if (r > 0) {
-			if (!(b = take_word(ps)))
-				goto nomem;
+			b = keep_word(ps, 1);
 			if ((r = read_arg(ps)) != 0) {
 				if (r > 0)
 					ps->reason = "too many arguments";
@@ -415,14 +470,10 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 		break;
 	}
 out:
-	free(a);
-	free(b);
 	return rc;
 nomem:
 	st->nomem = UCI_ERR_MEM;
 	ps->reason = NULL;
-	free(a);
-	free(b);
 	return -1;
 }
 
@@ -539,6 +590,8 @@ int ucii_parse_config(struct uci_context *ctx, const char *buf, size_t len, stru
 done:
 	free(st.secname);
 	free(ps.w);
+	free(ps.slot[0]);
+	free(ps.slot[1]);
 	return rc;
 }
 
@@ -667,7 +720,12 @@ void ucii_write_package(struct uci_context *ctx, FILE *f, struct uci_package *p,
 	uci_foreach_element(&p->sections, se) {
 		struct uci_section *s = uci_to_section(se);
 		fputs("\nconfig ", f);
-		ucii_write_escaped(f, s->type);
+		/* Types are written bare; one the reader would take apart
+		 * (quotes, backslash, comment or command separators) is quoted. */
+		if (strpbrk(s->type, "'\"\\#;"))
+			write_quoted(f, s->type);
+		else
+			fputs(s->type, f);
 		if (!s->anonymous || (ctx->flags & UCI_FLAG_EXPORT_NAME)) {
 			fputc(' ', f);
 			write_quoted(f, s->e.name);

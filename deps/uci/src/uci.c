@@ -2,7 +2,6 @@
 #define _GNU_SOURCE
 #include "internal.h"
 
-#include <ctype.h>
 #include <errno.h>
 
 const char uci_command_char[] = {
@@ -57,7 +56,8 @@ bool ucii_valid_name(const char *s)
 	if (!s || !*s)
 		return false;
 	for (; *s; s++)
-		if (!isalnum((unsigned char)*s) && *s != '_')
+		if (!((*s >= 'a' && *s <= 'z') || (*s >= 'A' && *s <= 'Z') ||
+		      (*s >= '0' && *s <= '9') || *s == '_'))
 			return false;
 	return true;
 }
@@ -110,17 +110,66 @@ char *ucii_path(const char *dir, const char *name)
 
 /* ---- tree ---- */
 
+static void index_put(struct uci_package *p, struct uci_section *s);
+
+/* Allocates a node of size bytes, zeroed, with its owned record and copies
+ * of name and str (either may be NULL) right behind it: one allocation. */
+static void *node_alloc(size_t size, const char *name, const char *str)
+{
+	size_t nl = name ? strlen(name) : 0, sl = str ? strlen(str) : 0;
+	char *node = calloc(1, size + sizeof(struct ucii_own) + nl + sl + 2);
+	struct ucii_own *own;
+	char *in;
+
+	if (!node)
+		return NULL;
+	own = (struct ucii_own *)(node + size);
+	in = (char *)(own + 1);
+	if (name) {
+		memcpy(in, name, nl);
+		own->name = in;
+	}
+	if (str) {
+		memcpy(in + nl + 1, str, sl);
+		own->str = in + nl + 1;
+	}
+	return node;
+}
+
+/* Frees the strings of a node that were allocated apart from it. */
+static void own_release(void *node, size_t size)
+{
+	struct ucii_own *own = (struct ucii_own *)((char *)node + size);
+	char *iname = (char *)(own + 1);
+	char *istr = iname + strlen(iname) + 1;
+	if (own->name != iname)
+		free(own->name);
+	if (own->str != istr)
+		free(own->str);
+}
+
+/* Replaces a node's owned name (which 0) or string (which 1). */
+static void own_replace(void *node, size_t size, int which, char *v)
+{
+	struct ucii_own *own = (struct ucii_own *)((char *)node + size);
+	char *iname = (char *)(own + 1);
+	char **slot = which ? &own->str : &own->name;
+	char *inl = which ? iname + strlen(iname) + 1 : iname;
+	if (*slot != inl)
+		free(*slot);
+	*slot = v;
+}
+#define OWN_RELEASE(node) own_release((node), sizeof(*(node)))
+#define OWN_NAME(node, v) own_replace((node), sizeof(*(node)), 0, (v))
+#define OWN_STR(node, v) own_replace((node), sizeof(*(node)), 1, (v))
+
 struct uci_package *ucii_package_new(struct uci_context *ctx, const char *name)
 {
-	struct uci_package *p = calloc(1, sizeof(*p));
+	struct uci_package *p = node_alloc(sizeof(*p), name, NULL);
 	if (!p)
 		return NULL;
 	p->e.type = UCI_TYPE_PACKAGE;
-	p->e.name = strdup(name);
-	if (!p->e.name) {
-		free(p);
-		return NULL;
-	}
+	p->e.name = UCII_OWN(p)->name;
 	ucii_list_init(&p->e.list);
 	ucii_list_init(&p->sections);
 	ucii_list_init(&p->delta);
@@ -155,9 +204,9 @@ void ucii_package_free(struct uci_package *p)
 		ucii_section_free(uci_to_section(e));
 	delta_list_free(&p->delta);
 	delta_list_free(&p->saved_delta);
+	ucii_index_drop(p);
 	ucii_list_del(&p->e.list);
-	free(p->e.name);
-	free(p->path);
+	OWN_RELEASE(p);
 	free(p);
 }
 
@@ -172,38 +221,37 @@ void ucii_anon_name(char *buf, size_t size, int n, const char *type)
 struct uci_section *ucii_section_new(struct uci_package *p, const char *type, const char *name)
 {
 	char gen[32];
-	struct uci_section *s = calloc(1, sizeof(*s));
-	if (!s)
-		return NULL;
+	struct uci_section *s;
+	bool anonymous = !name;
+
 	p->n_section++;
-	if (!name) {
+	if (anonymous) {
 		ucii_anon_name(gen, sizeof(gen), p->n_section, type);
 		name = gen;
-		s->anonymous = true;
 	}
-	s->e.type = UCI_TYPE_SECTION;
-	s->e.name = strdup(name);
-	s->type = strdup(type);
-	if (!s->e.name || !s->type) {
-		free(s->e.name);
-		free(s->type);
-		free(s);
+	s = node_alloc(sizeof(*s), name, type);
+	if (!s)
 		return NULL;
-	}
+	s->anonymous = anonymous;
+	s->e.type = UCI_TYPE_SECTION;
+	s->e.name = UCII_OWN(s)->name;
+	s->type = UCII_OWN(s)->str;
 	ucii_list_init(&s->options);
 	s->package = p;
 	ucii_list_add(&p->sections, &s->e.list);
+	index_put(p, s);
 	return s;
 }
 
 void ucii_section_free(struct uci_section *s)
 {
 	struct uci_element *e, *tmp;
+	if (s->package)
+		ucii_index_drop(s->package);
 	uci_foreach_element_safe(&s->options, tmp, e)
 		ucii_option_free(uci_to_option(e));
 	ucii_list_del(&s->e.list);
-	free(s->e.name);
-	free(s->type);
+	OWN_RELEASE(s);
 	free(s);
 }
 
@@ -214,14 +262,89 @@ int ucii_section_retype(struct uci_section *s, const char *type)
 		return UCI_ERR_MEM;
 	if (strlen(t) != strlen(s->type))
 		s->anonymous = false;
-	free(s->type);
+	OWN_STR(s, t);
 	s->type = t;
 	return 0;
 }
 
+/* Name index of a package's sections, kept in p->priv so that lookups
+ * and parsing stay linear in the size of the package.  Built on first use,
+ * extended when a section is appended, dropped when a section is removed
+ * or renamed.  Holds the first section of each name in list order, which
+ * is what a walk of the list would find. */
+struct section_index {
+	size_t cap;    /* power of two */
+	size_t count;
+	struct uci_section *slot[];
+};
+
+static uint32_t name_hash(const char *s)
+{
+	uint32_t h = 2166136261u;
+	for (; *s; s++)
+		h = (h ^ (unsigned char)*s) * 16777619u;
+	return h;
+}
+
+void ucii_index_drop(struct uci_package *p)
+{
+	free(p->priv);
+	p->priv = NULL;
+}
+
+/* Adds s unless a section of that name is indexed already. */
+static void index_put(struct uci_package *p, struct uci_section *s)
+{
+	struct section_index *ix = p->priv;
+	size_t i;
+
+	if (!ix)
+		return;
+	if ((ix->count + 1) * 2 > ix->cap) {
+		ucii_index_drop(p);  /* rebuilt larger on the next lookup */
+		return;
+	}
+	for (i = name_hash(s->e.name) & (ix->cap - 1); ix->slot[i]; i = (i + 1) & (ix->cap - 1))
+		if (!strcmp(ix->slot[i]->e.name, s->e.name))
+			return;
+	ix->slot[i] = s;
+	ix->count++;
+}
+
+static struct section_index *index_build(struct uci_package *p)
+{
+	struct section_index *ix;
+	struct uci_element *e;
+	size_t n = 0, cap = 16;
+
+	uci_foreach_element(&p->sections, e)
+		n++;
+	while (cap < (n + 1) * 4)
+		cap *= 2;
+	ix = calloc(1, sizeof(*ix) + cap * sizeof(ix->slot[0]));
+	if (!ix)
+		return NULL;
+	ix->cap = cap;
+	p->priv = ix;
+	uci_foreach_element(&p->sections, e)
+		index_put(p, uci_to_section(e));
+	return ix;
+}
+
 struct uci_section *ucii_find_section(struct uci_package *p, const char *name)
 {
+	struct section_index *ix = p->priv;
 	struct uci_element *e;
+	size_t i;
+
+	if (!ix)
+		ix = index_build(p);
+	if (ix) {
+		for (i = name_hash(name) & (ix->cap - 1); ix->slot[i]; i = (i + 1) & (ix->cap - 1))
+			if (!strcmp(ix->slot[i]->e.name, name))
+				return ix->slot[i];
+		return NULL;
+	}
 	uci_foreach_element(&p->sections, e)
 		if (!strcmp(e->name, name))
 			return uci_to_section(e);
@@ -237,38 +360,36 @@ struct uci_option *ucii_find_option(struct uci_section *s, const char *name)
 	return NULL;
 }
 
+void ucii_item_free(struct uci_element *e)
+{
+	ucii_list_del(&e->list);
+	OWN_RELEASE(e);
+	free(e);
+}
+
 static void items_free(struct uci_list *l)
 {
 	struct uci_element *e, *tmp;
-	uci_foreach_element_safe(l, tmp, e) {
-		ucii_list_del(&e->list);
-		free(e->name);
-		free(e);
-	}
+	uci_foreach_element_safe(l, tmp, e)
+		ucii_item_free(e);
 }
 
 void ucii_option_free(struct uci_option *o)
 {
 	if (o->type == UCI_TYPE_LIST)
 		items_free(&o->v.list);
-	else
-		free(o->v.string);
 	ucii_list_del(&o->e.list);
-	free(o->e.name);
+	OWN_RELEASE(o);
 	free(o);
 }
 
-static struct uci_option *option_new(struct uci_section *s, const char *name)
+static struct uci_option *option_new(struct uci_section *s, const char *name, const char *value)
 {
-	struct uci_option *o = calloc(1, sizeof(*o));
+	struct uci_option *o = node_alloc(sizeof(*o), name, value);
 	if (!o)
 		return NULL;
 	o->e.type = UCI_TYPE_OPTION;
-	o->e.name = strdup(name);
-	if (!o->e.name) {
-		free(o);
-		return NULL;
-	}
+	o->e.name = UCII_OWN(o)->name;
 	o->section = s;
 	return o;
 }
@@ -277,21 +398,22 @@ static struct uci_option *option_new(struct uci_section *s, const char *name)
  * value, in place. */
 struct uci_option *ucii_option_set(struct uci_section *s, struct uci_option *o, const char *name, const char *value)
 {
-	char *v = strdup(value);
+	char *v;
+	if (!o) {
+		o = option_new(s, name, value);
+		if (!o)
+			return NULL;
+		o->type = UCI_TYPE_STRING;
+		o->v.string = UCII_OWN(o)->str;
+		ucii_list_add(&s->options, &o->e.list);
+		return o;
+	}
+	v = strdup(value);
 	if (!v)
 		return NULL;
-	if (!o) {
-		o = option_new(s, name);
-		if (!o) {
-			free(v);
-			return NULL;
-		}
-		ucii_list_add(&s->options, &o->e.list);
-	} else if (o->type == UCI_TYPE_LIST) {
+	if (o->type == UCI_TYPE_LIST)
 		items_free(&o->v.list);
-	} else {
-		free(o->v.string);
-	}
+	OWN_STR(o, v);
 	o->type = UCI_TYPE_STRING;
 	o->v.string = v;
 	return o;
@@ -299,15 +421,11 @@ struct uci_option *ucii_option_set(struct uci_section *s, struct uci_option *o, 
 
 static struct uci_element *item_new(const char *text)
 {
-	struct uci_element *e = calloc(1, sizeof(*e));
+	struct uci_element *e = node_alloc(sizeof(*e), text, NULL);
 	if (!e)
 		return NULL;
 	e->type = UCI_TYPE_ITEM;
-	e->name = strdup(text);
-	if (!e->name) {
-		free(e);
-		return NULL;
-	}
+	e->name = UCII_OWN(e)->name;
 	return e;
 }
 
@@ -319,10 +437,9 @@ struct uci_option *ucii_option_add_item(struct uci_section *s, struct uci_option
 	if (!item)
 		return NULL;
 	if (!o) {
-		o = option_new(s, name);
+		o = option_new(s, name, NULL);
 		if (!o) {
-			free(item->name);
-			free(item);
+			ucii_item_free(item);
 			return NULL;
 		}
 		o->type = UCI_TYPE_LIST;
@@ -331,11 +448,10 @@ struct uci_option *ucii_option_add_item(struct uci_section *s, struct uci_option
 	} else if (o->type == UCI_TYPE_STRING) {
 		struct uci_element *first = item_new(o->v.string);
 		if (!first) {
-			free(item->name);
-			free(item);
+			ucii_item_free(item);
 			return NULL;
 		}
-		free(o->v.string);
+		OWN_STR(o, NULL);
 		o->type = UCI_TYPE_LIST;
 		ucii_list_init(&o->v.list);
 		ucii_list_add(&o->v.list, &first->list);
@@ -626,7 +742,8 @@ int uci_parse_ptr(struct uci_context *ctx, struct uci_ptr *ptr, char *str)
 	ptr->option = names[2];
 	ptr->target = n == 1 ? UCI_TYPE_PACKAGE : n == 2 ? UCI_TYPE_SECTION : UCI_TYPE_OPTION;
 
-	if (!ucii_valid_package(ptr->package))
+	/* a path is a valid package here; uci_load takes it as one */
+	if (!ucii_valid_type(ptr->package) || strchr(ptr->package, '='))
 		goto error;
 	if (ptr->option && !ucii_valid_name(ptr->option))
 		goto error;
@@ -702,8 +819,8 @@ static int lookup_fields(struct uci_context *ctx, struct uci_ptr *ptr, bool exte
 	const char *type = NULL;
 	int idx = 0, rc;
 	bool ext = false;
-	struct uci_package *p = ptr->p;
 	struct uci_section *s = ptr->s;
+	struct uci_package *p = ptr->p ? ptr->p : s ? s->package : NULL;
 
 	if (!p && !ptr->package)
 		return ucii_err(ctx, UCI_ERR_INVAL);
@@ -935,11 +1052,8 @@ static void list_remove_value(struct uci_option *o, const char *value)
 {
 	struct uci_element *e, *tmp;
 	uci_foreach_element_safe(&o->v.list, tmp, e) {
-		if (!strcmp(e->name, value)) {
-			ucii_list_del(&e->list);
-			free(e->name);
-			free(e);
-		}
+		if (!strcmp(e->name, value))
+			ucii_item_free(e);
 	}
 }
 
@@ -976,9 +1090,7 @@ static int list_remove_index(struct uci_option *o, int idx)
 		return 0;
 	uci_foreach_element(&o->v.list, e) {
 		if (i++ == idx) {
-			ucii_list_del(&e->list);
-			free(e->name);
-			free(e);
+			ucii_item_free(e);
 			return 1;
 		}
 	}
@@ -1035,13 +1147,14 @@ int uci_rename(struct uci_context *ctx, struct uci_ptr *ptr)
 		return ucii_err(ctx, rc);
 	}
 	if (ptr->o) {
-		free(ptr->o->e.name);
+		OWN_NAME(ptr->o, n);
 		ptr->o->e.name = n;
 		ptr->option = n;
 	} else {
-		free(ptr->s->e.name);
+		OWN_NAME(ptr->s, n);
 		ptr->s->e.name = n;
 		ptr->s->anonymous = false;
+		ucii_index_drop(ptr->p);
 		ptr->section = n;
 	}
 	return ucii_err(ctx, 0);
@@ -1176,12 +1289,13 @@ int ucii_apply_delta(struct uci_context *ctx, struct uci_package *p, enum uci_co
 		if (!n)
 			return -1;
 		if (o) {
-			free(o->e.name);
+			OWN_NAME(o, n);
 			o->e.name = n;
 		} else {
-			free(s->e.name);
+			OWN_NAME(s, n);
 			s->e.name = n;
 			s->anonymous = false;
+			ucii_index_drop(p);
 		}
 		return 0;
 	}

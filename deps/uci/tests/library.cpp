@@ -97,6 +97,15 @@ TEST(LibraryAbi, LayoutMatchesTheInstalledHeaderOfTheRealLibrary) {
   uci_free_context(ctx);
 }
 
+extern "C" int uci_test_count_options(uci_context *ctx, const char *pkg);
+
+TEST_F(Library, HeaderHelpersWorkFromC) {
+  write_file(conf("n"), kNetwork);
+  EXPECT_EQ(uci_test_count_options(ctx, "n"), -1);
+  ASSERT_EQ(uci_load(ctx, "n", nullptr), 0);
+  EXPECT_EQ(uci_test_count_options(ctx, "n"), 6);
+}
+
 TEST_F(Library, ParserReadsQuotingEscapesCommentsAndContinuations) {
   write_file(conf("q"),
              "# comment line\n"
@@ -164,6 +173,9 @@ TEST_F(Library, WriterOutputReadsBackToTheSameTree) {
     ptr.value = vals[i];
     ASSERT_EQ(uci_add_list(ctx, &ptr), 0);
   }
+  // A type the reader would take apart is quoted so that it reads back.
+  uci_section *odd = nullptr;
+  ASSERT_EQ(uci_add_section(ctx, p, "a\"b#c", &odd), 0);
   std::string first = exported(ctx, p, true);
   FILE *f = fmemopen(first.data(), first.size(), "r");
   uci_context *c2 = new_context();
@@ -173,6 +185,7 @@ TEST_F(Library, WriterOutputReadsBackToTheSameTree) {
   ASSERT_NE(p2, nullptr);
   EXPECT_STREQ(p2->e.name, "r");
   EXPECT_EQ(exported(c2, p2, true), first);
+  EXPECT_STREQ(uci_to_section(p2->sections.prev)->type, "a\"b#c");
   uci_section *s2 = uci_to_section(p2->sections.next);
   for (size_t i = 0; i < sizeof(vals) / sizeof(vals[0]); i++)
     EXPECT_STREQ(uci_lookup_option_string(c2, s2, ("o" + std::to_string(i)).c_str()), vals[i]);
@@ -536,6 +549,21 @@ TEST_F(Library, HandFilledRecordsAndNullArguments) {
   EXPECT_EQ(read_file(tmp_ / "byp"), "\nconfig t 'a'\n\toption k 'v'\n\n");
   r = lookup(ctx, "byp.a");
   EXPECT_EQ(uci_revert(ctx, &r), UCI_ERR_INVAL);
+
+  // Callers may point a value at their own text; the library never frees it.
+  static char mine[] = "caller's own";
+  uci_ptr own = lookup(ctx, "n.lan.proto");
+  ASSERT_NE(own.o, nullptr);
+  own.o->v.string = mine;
+  EXPECT_EQ(value(ctx, "n.lan.proto"), "caller's own");
+  own = lookup(ctx, "n.lan.proto=replaced");
+  ASSERT_EQ(uci_set(ctx, &own), 0);
+  EXPECT_EQ(value(ctx, "n.lan.proto"), "replaced");
+  EXPECT_STREQ(mine, "caller's own");
+  own = lookup(ctx, "n.wan.proto");
+  own.o->v.string = mine;
+  own = lookup(ctx, "n.wan");
+  ASSERT_EQ(uci_delete(ctx, &own), 0);
 
   char **list = nullptr;
   write_file(conf("x.bak"), "");
