@@ -3,10 +3,13 @@
 # program that a test starts itself (a tool run through the shell, a link
 # installed in the sandbox, a death test re-executing its own binary) goes
 # to the host kernel, which cannot exec it.  So every program of the build
-# gets a host shell script in emulated/ that runs it under the emulator:
-#  - tests that name a program by $<TARGET_FILE:...> get its script;
-#  - under qemu, each program is started with its script as argv[0], so
+# gets a host launcher in emulated/ that runs it under the emulator:
+#  - tests that name a program by $<TARGET_FILE:...> get its launcher;
+#  - under qemu, each program is started with its launcher as argv[0], so
 #    that re-executing itself goes through the emulator too.
+# The launcher is a host binary (cmake/emulated-launcher.c, built with the
+# host's C compiler) so that it passes the caller's argv[0] on; without a
+# host compiler it is a shell script, which cannot.
 #
 # Include this before the first program is defined; call
 # kiv_emulate_programs() after the last.
@@ -37,6 +40,20 @@ exec @_kiv_emulator@-0 "$argv0" "$prog" "$@"
   set(CMAKE_CROSSCOMPILING_EMULATOR ${KIV_EMULATED_DIR}/.run)
 endif()
 
+find_program(KIV_HOST_CC NAMES cc gcc clang NO_CMAKE_FIND_ROOT_PATH)
+set(_kiv_launcher "")
+if(KIV_HOST_CC)
+  execute_process(
+    COMMAND ${KIV_HOST_CC} -O2 -o ${KIV_EMULATED_DIR}/.launcher
+            ${CMAKE_CURRENT_LIST_DIR}/emulated-launcher.c
+    RESULT_VARIABLE _rc ERROR_VARIABLE _err)
+  if(_rc EQUAL 0)
+    set(_kiv_launcher ${KIV_EMULATED_DIR}/.launcher)
+  else()
+    message(WARNING "host launcher not built (${_err}); shell scripts used")
+  endif()
+endif()
+
 function(kiv_emulate_programs)
   # Every target of the project and its subdirectories.
   set(_all)
@@ -61,11 +78,22 @@ function(kiv_emulate_programs)
   endforeach()
 
   foreach(_prog IN LISTS _programs)
-    set(_script ${KIV_EMULATED_DIR}/$<TARGET_FILE_NAME:${_prog}>)
-    file(GENERATE OUTPUT ${_script}
-         CONTENT "#!/bin/sh\nexec ${_kiv_emulator}${_kiv_argv0}'$<TARGET_FILE:${_prog}>' \"$@\"\n"
-         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
-                          GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    get_target_property(_name ${_prog} OUTPUT_NAME)
+    if(NOT _name)
+      set(_name ${_prog})
+    endif()
+    set(_script ${KIV_EMULATED_DIR}/${_name})
+    if(_kiv_launcher)
+      file(COPY_FILE ${_kiv_launcher} ${_script} ONLY_IF_DIFFERENT)
+      list(JOIN KIV_BASE_EMULATOR "\n" _words)
+      file(GENERATE OUTPUT ${_script}.cmd
+           CONTENT "${_words}\n$<TARGET_FILE:${_prog}>\n")
+    else()
+      file(GENERATE OUTPUT ${_script}
+           CONTENT "#!/bin/sh\nexec ${_kiv_emulator}${_kiv_argv0}'$<TARGET_FILE:${_prog}>' \"$@\"\n"
+           FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+                            GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    endif()
     foreach(_t IN LISTS _all)
       foreach(_p COMPILE_DEFINITIONS INTERFACE_COMPILE_DEFINITIONS)
         if(_p STREQUAL "COMPILE_DEFINITIONS" AND NOT _t IN_LIST _compiled)
