@@ -14,6 +14,7 @@
 # Include this before the first program is defined; call
 # kiv_emulate_programs() after the last.
 set(KIV_EMULATED_DIR ${PROJECT_BINARY_DIR}/emulated)
+file(MAKE_DIRECTORY ${KIV_EMULATED_DIR})
 set(KIV_BASE_EMULATOR "${CMAKE_CROSSCOMPILING_EMULATOR}")
 
 set(_kiv_emulator "")
