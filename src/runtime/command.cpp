@@ -1,4 +1,6 @@
 // Command execution: shell lines, captured output and direct program runs.
+#include "kiv/runtime.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -9,7 +11,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "kiv/runtime.h"
 #include "util.hpp"
 
 int igd_system(const char *fmt, ...) {
@@ -45,8 +46,9 @@ int exe_cmd(const char *command, char *buf, int n) {
 int _do_cmd(char *const argv[], const char *path) {
   pid_t pid = fork();
   if (pid < 0) {
+    int err = errno;
     perror("fork");
-    return errno;
+    return err;
   }
   if (pid == 0) {
     signal(SIGINT, SIG_IGN);
@@ -55,12 +57,13 @@ int _do_cmd(char *const argv[], const char *path) {
       if (fd < 0) {
         char msg[32] = {0};
         kiv::format_into(msg, sizeof msg - 1, "open %s", path);
+        int err = errno;
         perror(msg);
-        _exit(errno);
+        _exit(err);
       }
       dup2(fd, 1);
       dup2(fd, 2);
-      close(fd);
+      if (fd > 2) close(fd);  // a caller without stdout got it as fd 1
     }
     setenv("PATH", "/sbin:/bin:/usr/sbin:/usr/bin", 1);
     execvp(argv[0], argv);
@@ -115,6 +118,10 @@ int kiv_run_system_cmd(const char *path, ...) {
 void special_character_processing(const char *src, char *dst, int dstSize) {
   if (src == nullptr) {
     KIV_CONSOLE_ERR("src = NULL!\n");
+    return;
+  }
+  if (dstSize < 1) {  // no room even for the terminator: leave dst alone
+    KIV_CONSOLE_INFO("dstSize is too small!\n");
     return;
   }
   int pos = 0;

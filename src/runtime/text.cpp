@@ -1,5 +1,7 @@
 // Text and value helpers: numbers and MAC addresses as text, trimming,
 // string and file tests, uptime and whole-buffer descriptor I/O.
+#include "kiv/runtime.h"
+
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -8,7 +10,6 @@
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
-#include "kiv/runtime.h"
 #include "util.hpp"
 
 namespace {
@@ -75,6 +76,7 @@ char *igd_cut_space(const char *src, unsigned int srcLen, char *dst,
 }
 
 int isIPv4Str(const char *str) {
+  if (str == nullptr) return 0;
   int a, b, c, d;
   if (sscanf(str, "%d.%d.%d.%d", &a, &b, &c, &d) != 4) return 0;
   const int parts[] = {a, b, c, d};
@@ -84,6 +86,7 @@ int isIPv4Str(const char *str) {
 }
 
 int removeNewLines(char *str) {
+  if (str == nullptr) return 0;
   size_t len = strlen(str);
   char *out = str;
   for (const char *in = str; *in; ++in)
