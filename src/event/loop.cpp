@@ -1,0 +1,293 @@
+// The reactor: select() over the registered descriptors, then the due
+// timers, on the uptime clock of sysinfo() in whole-second steps.
+#include "kiv/event.h"
+
+#include <stdlib.h>
+#include <string.h>
+#include <sys/sysinfo.h>
+#include <sys/time.h>
+#include <time.h>
+
+namespace {
+
+// The select() sets hold this many bits; no descriptor beyond may reach them.
+constexpr int kSetLimit = FD_SETSIZE;
+
+struct Uptime {
+  int64_t sec;
+  int64_t ms;  // always 0: the clock moves in whole seconds
+};
+
+// The timers' clock: the system uptime, immune to wall clock changes.
+Uptime aeGetUptime() {
+  struct sysinfo info;
+  memset(&info, 0, sizeof info);
+  sysinfo(&info);
+  return Uptime{static_cast<int64_t>(info.uptime), 0};
+}
+
+// Works out the deadline `milliseconds` from now into the record.
+void aeSetDeadline(int64_t milliseconds, aeTimeEvent *te) {
+  Uptime now = aeGetUptime();
+  int64_t sec = now.sec + milliseconds / 1000;
+  int64_t ms = now.ms + milliseconds % 1000;
+  if (ms >= 1000) {
+    ms -= 1000;
+    sec += 1;
+  }
+  // The record holds 32-bit fields: keep the low bits as the ABI does.
+  te->whenSec = static_cast<int32_t>(static_cast<uint32_t>(sec));
+  te->whenMs = static_cast<int32_t>(ms);
+}
+
+}  // namespace
+
+aeEventLoop *aeCreateEventLoop(int setsize) {
+  if (setsize < 1 || setsize > kSetLimit) return nullptr;
+  auto *loop = static_cast<aeEventLoop *>(malloc(sizeof(aeEventLoop)));
+  if (loop == nullptr) return nullptr;
+  const size_t n = static_cast<size_t>(setsize);
+  loop->events = static_cast<aeFileEvent *>(malloc(n * sizeof(aeFileEvent)));
+  loop->fired = static_cast<aeFiredEvent *>(malloc(n * sizeof(aeFiredEvent)));
+  if (loop->events == nullptr || loop->fired == nullptr) {
+    free(loop->events);
+    free(loop->fired);
+    free(loop);
+    return nullptr;
+  }
+  loop->setsize = setsize;
+  loop->lastTime = static_cast<int64_t>(time(nullptr));
+  min_heap_init(&loop->timers);
+  loop->stop = 0;
+  loop->maxfd = -1;
+  loop->beforeSleep = nullptr;
+  auto *state = static_cast<aeSelectState *>(malloc(sizeof(aeSelectState)));
+  if (state == nullptr) {
+    free(loop->events);
+    free(loop->fired);
+    free(loop);
+    return nullptr;
+  }
+  FD_ZERO(&state->readSet);
+  FD_ZERO(&state->writeSet);
+  loop->selectState = state;
+  for (int i = 0; i < setsize; ++i) loop->events[i].mask = AE_NONE;
+  return loop;
+}
+
+void aeDeleteEventLoop(aeEventLoop *eventLoop) {
+  if (eventLoop == nullptr) return;
+  free(eventLoop->selectState);
+  free(eventLoop->events);
+  free(eventLoop->fired);
+  min_heap_destroy(&eventLoop->timers);
+  free(eventLoop);
+}
+
+int aeGetSetSize(aeEventLoop *eventLoop) { return eventLoop->setsize; }
+
+int aeResizeSetSize(aeEventLoop *eventLoop, int setsize) {
+  if (setsize == eventLoop->setsize) return 0;
+  if (setsize >= kSetLimit || setsize < 1 || eventLoop->maxfd >= setsize)
+    return -1;
+  // Both tables are made anew before either is given up, so that a failure
+  // changes nothing, and a handler running from `fired` keeps its entries.
+  const size_t n = static_cast<size_t>(setsize);
+  auto *fired = static_cast<aeFiredEvent *>(malloc(n * sizeof(aeFiredEvent)));
+  if (fired == nullptr) return -1;
+  auto *events = static_cast<aeFileEvent *>(malloc(n * sizeof(aeFileEvent)));
+  if (events == nullptr) {
+    free(fired);
+    return -1;
+  }
+  const int keep = setsize < eventLoop->setsize ? setsize : eventLoop->setsize;
+  memcpy(fired, eventLoop->fired, static_cast<size_t>(keep) * sizeof *fired);
+  memcpy(events, eventLoop->events, static_cast<size_t>(keep) * sizeof *events);
+  free(eventLoop->fired);
+  free(eventLoop->events);
+  eventLoop->fired = fired;
+  eventLoop->events = events;
+  eventLoop->setsize = setsize;
+  for (int i = eventLoop->maxfd + 1; i < setsize; ++i)
+    events[i].mask = AE_NONE;
+  return 0;
+}
+
+int aeCreateFileEvent(aeEventLoop *eventLoop, int fd, int mask,
+                      aeFileProc *proc, void *clientData) {
+  if (fd < 0 || (mask & ~(AE_READABLE | AE_WRITABLE)) != 0) return -1;
+  if (fd >= eventLoop->setsize) {
+    int size = eventLoop->setsize;
+    while (size <= fd) {
+      if (size >= kSetLimit) return -1;
+      size *= 2;
+    }
+    if (aeResizeSetSize(eventLoop, size) != 0) return -1;
+  }
+  aeSelectState *state = eventLoop->selectState;
+  if (mask & AE_READABLE) FD_SET(fd, &state->readSet);
+  if (mask & AE_WRITABLE) FD_SET(fd, &state->writeSet);
+  aeFileEvent *fe = &eventLoop->events[fd];
+  fe->mask |= mask;
+  if (mask & AE_READABLE) fe->readProc = proc;
+  if (mask & AE_WRITABLE) fe->writeProc = proc;
+  fe->clientData = clientData;
+  if (fd > eventLoop->maxfd) eventLoop->maxfd = fd;
+  return 0;
+}
+
+void aeDeleteFileEvent(aeEventLoop *eventLoop, int fd, int mask) {
+  if (fd < 0 || fd >= eventLoop->setsize) return;
+  aeFileEvent *fe = &eventLoop->events[fd];
+  if (fe->mask == AE_NONE) return;
+  mask &= AE_READABLE | AE_WRITABLE;
+  fe->mask &= ~mask;
+  if (fd == eventLoop->maxfd && fe->mask == AE_NONE) {
+    int j = eventLoop->maxfd - 1;
+    while (j >= 0 && eventLoop->events[j].mask == AE_NONE) --j;
+    eventLoop->maxfd = j;
+  }
+  aeSelectState *state = eventLoop->selectState;
+  if (mask & AE_READABLE) FD_CLR(fd, &state->readSet);
+  if (mask & AE_WRITABLE) FD_CLR(fd, &state->writeSet);
+}
+
+int aeGetFileEvents(aeEventLoop *eventLoop, int fd) {
+  if (fd < 0 || fd >= eventLoop->setsize) return AE_NONE;
+  return eventLoop->events[fd].mask;
+}
+
+int aeCreateTimeEvent(aeEventLoop *eventLoop, int64_t milliseconds,
+                      aeTimeEvent *te, aeTimeProc *proc, void *clientData) {
+  if (te == nullptr) return -1;
+  aeSetDeadline(milliseconds, te);
+  te->timeProc = proc;
+  te->clientData = clientData;
+  return aetimer_event_add(&eventLoop->timers, te);
+}
+
+int aeModifyTimeEvent(aeEventLoop *eventLoop, int64_t milliseconds,
+                      aeTimeEvent *te) {
+  if (te == nullptr) return -1;
+  min_heap_erase(&eventLoop->timers, te);
+  aeSetDeadline(milliseconds, te);
+  return aetimer_event_add(&eventLoop->timers, te);
+}
+
+int aeDeleteTimeEvent(aeEventLoop *eventLoop, aeTimeEvent *te) {
+  if (te == nullptr || te->heapIndex == -1) return -1;
+  min_heap_erase(&eventLoop->timers, te);
+  return 0;
+}
+
+int aeProcessEvents(aeEventLoop *eventLoop, int flags) {
+  if (!(flags & AE_FILE_EVENTS) && !(flags & AE_TIME_EVENTS)) return 0;
+  const bool timeEvents = (flags & AE_TIME_EVENTS) != 0;
+  const bool dontWait = (flags & AE_DONT_WAIT) != 0;
+  int processed = 0;
+
+  if (eventLoop->maxfd != -1 || (timeEvents && !dontWait)) {
+    struct timeval tv;
+    struct timeval *tvp = nullptr;
+    const aeTimeEvent *nearest =
+        timeEvents && !dontWait ? min_heap_top(&eventLoop->timers) : nullptr;
+    if (nearest != nullptr) {
+      Uptime now = aeGetUptime();
+      int64_t sec = static_cast<int64_t>(nearest->whenSec) - now.sec;
+      int64_t usec;
+      if (nearest->whenMs >= now.ms) {
+        usec = (nearest->whenMs - now.ms) * 1000;
+      } else {
+        usec = (nearest->whenMs + 1000 - now.ms) * 1000;
+        sec -= 1;
+      }
+      if (sec < 0) sec = 0;
+      if (usec < 0) usec = 0;
+      // time_t may be 32 bits wide; a wait that long is no wait limit.
+      if (sec > INT32_MAX) sec = INT32_MAX;
+      tv.tv_sec = static_cast<time_t>(sec);
+      tv.tv_usec = static_cast<suseconds_t>(usec);
+      tvp = &tv;
+    } else if (dontWait) {
+      tv.tv_sec = 0;
+      tv.tv_usec = 0;
+      tvp = &tv;
+    }
+
+    aeSelectState *state = eventLoop->selectState;
+    memcpy(&state->readyReadSet, &state->readSet, sizeof(fd_set));
+    memcpy(&state->readyWriteSet, &state->writeSet, sizeof(fd_set));
+    int ready = select(eventLoop->maxfd + 1, &state->readyReadSet,
+                       &state->readyWriteSet, nullptr, tvp);
+    if (ready > 0) {
+      int numevents = 0;
+      for (int j = 0; j <= eventLoop->maxfd; ++j) {
+        const aeFileEvent *fe = &eventLoop->events[j];
+        if (fe->mask == AE_NONE) continue;
+        int mask = AE_NONE;
+        if ((fe->mask & AE_READABLE) && FD_ISSET(j, &state->readyReadSet))
+          mask |= AE_READABLE;
+        if ((fe->mask & AE_WRITABLE) && FD_ISSET(j, &state->readyWriteSet))
+          mask |= AE_WRITABLE;
+        eventLoop->fired[numevents].fd = j;
+        eventLoop->fired[numevents].mask = mask;
+        ++numevents;
+      }
+      // A handler may register a descriptor that makes the tables move, or
+      // shrink them: every access goes through the loop as it stands now.
+      for (int j = 0; j < numevents && j < eventLoop->setsize; ++j) {
+        const int fd = eventLoop->fired[j].fd;
+        const int mask = eventLoop->fired[j].mask;
+        if (fd >= eventLoop->setsize) continue;
+        bool readRan = false;
+        const aeFileEvent *fe = &eventLoop->events[fd];
+        if (fe->mask & mask & AE_READABLE) {
+          readRan = true;
+          fe->readProc(eventLoop, fd, fe->clientData, mask);
+          if (fd >= eventLoop->setsize) continue;
+          fe = &eventLoop->events[fd];
+        }
+        if ((fe->mask & mask & AE_WRITABLE) &&
+            (!readRan || fe->writeProc != fe->readProc))
+          fe->writeProc(eventLoop, fd, fe->clientData, mask);
+      }
+      processed = numevents;
+    }
+  }
+
+  if (!timeEvents) return processed;
+
+  eventLoop->lastTime = static_cast<int64_t>(time(nullptr));
+  for (;;) {
+    aeTimeEvent *te = min_heap_top(&eventLoop->timers);
+    if (te == nullptr) break;
+    Uptime now = aeGetUptime();
+    if (te->whenSec > now.sec) break;
+    if (te->whenSec == now.sec && te->whenMs > now.ms) break;
+    min_heap_pop(&eventLoop->timers);
+    ++processed;
+    // A record armed without a callback has nothing to run: it stays out.
+    if (te->timeProc == nullptr) continue;
+    int next = te->timeProc(eventLoop, te->clientData);
+    if (next == -1) continue;
+    aeModifyTimeEvent(eventLoop, static_cast<int64_t>(next), te);
+  }
+  return processed;
+}
+
+void aeMain(aeEventLoop *eventLoop) {
+  eventLoop->stop = 0;
+  while (eventLoop->stop == 0) {
+    if (eventLoop->beforeSleep != nullptr) eventLoop->beforeSleep(eventLoop);
+    aeProcessEvents(eventLoop, AE_ALL_EVENTS);
+  }
+}
+
+void aeStop(aeEventLoop *eventLoop) { eventLoop->stop = 1; }
+
+void aeSetBeforeSleepProc(aeEventLoop *eventLoop,
+                          aeBeforeSleepProc *beforesleep) {
+  eventLoop->beforeSleep = beforesleep;
+}
+
+const char *aeGetApiName(void) { return "select"; }
