@@ -1,0 +1,84 @@
+// Private helpers of the profile store: the fatal report, the store's blank
+// class and the line cutting that every reader and writer shares.
+#pragma once
+
+#include <stddef.h>
+#include <string.h>
+#include <sys/types.h>
+
+namespace kiv::profile {
+
+// Size of the key search's line buffer (it sees 1023 bytes at a time) and
+// of the value read's (it sees 1022).
+inline constexpr size_t kSearchLimit = 1024;
+inline constexpr size_t kReadLimit = 1023;
+
+inline constexpr const char kSelectDir[] = "/tmp/.wificonf";
+inline constexpr const char kCurrentLink[] = "/tmp/.wificonf/current";
+
+// TAB, LF, CR and SPACE; VT and FF are not blanks here.
+inline bool is_blank(unsigned char c) {
+  return c == '\t' || c == '\n' || c == '\r' || c == ' ';
+}
+
+// Prints "assert failure: ..." on stderr unless __quiet, with the text of
+// the errno current at the call, then exit(-1).  free()s `a` and `b` first
+// (exit runs no destructors, and a report must not look like a leak).
+[[noreturn]] void fatal(const char *cond, const char *func, int line,
+                        void *a = nullptr, void *b = nullptr);
+
+// The key search's own checks, reported under its name: fatal when the
+// stream (has_fp false) or the key is missing.
+void check_search_args(bool has_fp, const char *key);
+
+// Length of the text that fgets() with `limit` takes from p[0..avail):
+// through the first LF, at most limit - 1 bytes.
+inline size_t chunk_len(const char *p, size_t avail, size_t limit) {
+  size_t max = avail < limit - 1 ? avail : limit - 1;
+  const void *lf = memchr(p, '\n', max);
+  return lf ? static_cast<size_t>(static_cast<const char *>(lf) - p) + 1 : max;
+}
+
+// Whether the text p[0..n) read by the key search is the line of key
+// (klen bytes): it holds a '=', and its name (from the first non-blank byte
+// to the first '=') is key, not empty and not a comment.
+bool chunk_matches(const char *p, size_t n, const char *key, size_t klen);
+
+// Offset of the line of key in the image img[0..len), or len when absent.
+size_t locate_in_image(const char *img, size_t len, const char *key);
+
+// Reads a file through a fixed buffer, cutting it as fgets() would, without
+// stdio.  Read errors end the input like the end of the file.
+class ChunkReader {
+ public:
+  explicit ChunkReader(int fd) : fd_(fd) {}
+  ChunkReader(const ChunkReader &) = delete;
+  ChunkReader &operator=(const ChunkReader &) = delete;
+
+  // The next text fgets(buf, limit) would give; false at the end.  The text
+  // stays valid until the next call.
+  bool next(size_t limit, const char **text, size_t *len);
+  // Makes the last text the next one again, to read it with another limit.
+  void rewind_last() { pos_ = last_; }
+
+ private:
+  int fd_;
+  size_t pos_ = 0, end_ = 0, last_ = 0;
+  bool eof_ = false;
+  char buf_[8192] = {};
+};
+
+// Reads the whole profile into a malloc'd image with a NUL behind it, with
+// the update's fatal checks; frees `extra` before any fatal report.
+struct Image {
+  char *data;
+  size_t len;
+};
+Image load_image(const char *profile, void *extra, const char *func);
+
+// Replaces the profile with data[0..len); fatal (freeing a, b, c) on failure,
+// with the old file left as it was.
+void commit_image(const char *profile, const char *data, size_t len,
+                  const char *func, void *a, void *b, void *c);
+
+}  // namespace kiv::profile
