@@ -92,8 +92,11 @@ KIV_EXPORT int get_uci_option_value(const char *config, const char *section,
  * Points the string option `option` of a section loaded in the caller's
  * context at value.  The pointer itself is stored: nothing is copied, the old
  * text is not released, nothing is saved or committed, and value must stay
- * valid for as long as the option refers to it.  Returns 0, or -1 when the
- * option is absent or is a list.  Prints nothing.
+ * valid for as long as the option refers to it.  libuci frees an option's
+ * text when the package is unloaded or the context released, so value should
+ * come from malloc() (it then belongs to the library), or the caller puts the
+ * old pointer back before that.  Returns 0, or -1 when the option is absent
+ * or is a list (or an argument is NULL).  Prints nothing.
  */
 KIV_EXPORT int uci_set_option_string(struct uci_context *ctx,
                                      struct uci_section *section,
