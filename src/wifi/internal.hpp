@@ -1,0 +1,23 @@
+// Shared inside the Wi-Fi unit: the driver's radio table and the runner of
+// staging commands.
+#pragma once
+
+#include <stdint.h>
+
+namespace kiv::wifi {
+
+// A driver radio (0, 1, 3, 4): its profile zone and its iwpriv interface.
+struct DriverRadio {
+  const char *zone;
+  const char *ifname;
+};
+
+// Formats a command into a zeroed 128-byte line (cut at 127 characters
+// without a word) and runs it with system(), unlogged; the status is
+// dropped.  The staging commands of the wireless configuration go this way.
+void run_uci(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+// The radio's row, or null for a refused index (2, and above 4).
+const DriverRadio *driver_radio(uint32_t radio);
+
+}  // namespace kiv::wifi
