@@ -44,6 +44,32 @@ inline size_t chunk_len(const char *p, size_t avail, size_t limit) {
 // to the first '=') is key, not empty and not a comment.
 bool chunk_matches(const char *p, size_t n, const char *key, size_t klen);
 
+// chunk_matches() for one key, with a fast path for the usual line that
+// starts with its name: such a line is the key's line exactly when it
+// starts with the key and a '=' (a key that can be no name never matches).
+class KeyMatcher {
+ public:
+  explicit KeyMatcher(const char *key)
+      : key_(key),
+        klen_(strlen(key)),
+        possible_(klen_ > 0 && key[0] != '#' &&
+                  !is_blank(static_cast<unsigned char>(key[0])) &&
+                  memchr(key, '=', klen_) == nullptr) {}
+
+  bool operator()(const char *p, size_t n) const {
+    if (!possible_) return false;
+    if (!is_blank(static_cast<unsigned char>(p[0])))
+      return p[0] == key_[0] && klen_ < n && p[klen_] == '=' &&
+             memcmp(p, key_, klen_) == 0;
+    return chunk_matches(p, n, key_, klen_);
+  }
+
+ private:
+  const char *key_;
+  size_t klen_;
+  bool possible_;
+};
+
 // Offset of the line of key in the image img[0..len), or len when absent.
 size_t locate_in_image(const char *img, size_t len, const char *key);
 
@@ -65,7 +91,7 @@ class ChunkReader {
   int fd_;
   size_t pos_ = 0, end_ = 0, last_ = 0;
   bool eof_ = false;
-  char buf_[8192] = {};
+  char buf_[16384] = {};
 };
 
 // Reads the whole profile into a malloc'd image with a NUL behind it, with

@@ -77,11 +77,11 @@ bool chunk_matches(const char *p, size_t n, const char *key, size_t klen) {
 }
 
 size_t locate_in_image(const char *img, size_t len, const char *key) {
-  size_t klen = strlen(key);
+  KeyMatcher matches(key);
   size_t pos = 0;
   while (pos < len) {
     size_t n = chunk_len(img + pos, len - pos, kSearchLimit);
-    if (chunk_matches(img + pos, n, key, klen)) return pos;
+    if (matches(img + pos, n)) return pos;
     pos += n;
   }
   return len;
@@ -218,16 +218,11 @@ int conf_get(const char *key, char *out, size_t size) {
   check_search_args(true, key);
 
   ChunkReader reader(fd.get());
-  size_t klen = strlen(key);
+  KeyMatcher matches(key);
   const char *p;
   size_t n;
   bool found = false;
-  while (reader.next(kSearchLimit, &p, &n)) {
-    if (chunk_matches(p, n, key, klen)) {
-      found = true;
-      break;
-    }
-  }
+  while (!found && reader.next(kSearchLimit, &p, &n)) found = matches(p, n);
   if (!found) return 0;
   reader.rewind_last();
   if (!reader.next(kReadLimit, &p, &n)) return 0;

@@ -28,7 +28,7 @@ Image load_image_ordered(const char *profile, void *extra, const char *func,
     if (!fd) fatal("fp", func, __LINE__, extra);
   }
   struct stat sb;
-  if (stat(profile, &sb) != 0)
+  if ((open_first ? fstat(fd.get(), &sb) : stat(profile, &sb)) != 0)
     fatal("stat(profile, &sb) == 0", func, __LINE__, extra);
   size_t size = static_cast<size_t>(sb.st_size);
   char *data = static_cast<char *>(malloc(size + 1));
@@ -199,12 +199,11 @@ int conf_get_token(const char *key, int idx) {
   if (!fd) PROFILE_FATAL("fp");
 
   ChunkReader reader(fd.get());
-  size_t klen = strlen(key);
+  KeyMatcher matches(key);
   const char *p;
   size_t n;
   bool found = false;
-  while (!found && reader.next(kSearchLimit, &p, &n))
-    found = chunk_matches(p, n, key, klen);
+  while (!found && reader.next(kSearchLimit, &p, &n)) found = matches(p, n);
   if (!found) return 0;
   reader.rewind_last();
   if (!reader.next(kReadLimit, &p, &n)) return 0;

@@ -45,8 +45,18 @@ ssize_t read_file(const char *path, char *buf, size_t size) {
 
 int replace_file(const char *target, const void *data, size_t len) {
   // Follow links so that a linked file is rewritten in place of its target.
+  // Only a link as the last component needs resolving: a linked directory
+  // leads the temporary file to the same place as the target.
   char real[PATH_MAX];
-  if (realpath(target, real) == nullptr) {
+  struct stat st;
+  bool have_st = lstat(target, &st) == 0 && !S_ISLNK(st.st_mode);
+  if (have_st) {
+    if (strlen(target) >= sizeof real) {
+      errno = ENAMETOOLONG;
+      return -1;
+    }
+    strcpy(real, target);
+  } else if (realpath(target, real) == nullptr) {
     if (errno != ENOENT || strlen(target) >= sizeof real) return -1;
     strcpy(real, target);
   }
@@ -59,8 +69,8 @@ int replace_file(const char *target, const void *data, size_t len) {
   Fd fd(mkstemp(tmp));
   if (!fd) return -1;
 
-  struct stat st;
-  mode_t mode = stat(real, &st) == 0 ? (st.st_mode & 07777) : 0644;
+  if (!have_st) have_st = stat(real, &st) == 0;
+  mode_t mode = have_st ? (st.st_mode & 07777) : 0644;
   const char *p = static_cast<const char *>(data);
   size_t left = len;
   bool ok = true;

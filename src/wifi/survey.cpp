@@ -2,9 +2,11 @@
 // parse of an `iw ... scan` listing into WifiSiteEntry records.
 #include "kiv/wifi.h"
 
+#include <ctype.h>
 #include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -98,38 +100,115 @@ class ScanParser {
   char suites_[kSuitesTake + 1] = {0};  // text of the last good suites line
 };
 
-void ScanParser::line(char *text) {
-  if (full_) return;
-  if (const char *bss = strstr(text, "BSS")) {
-    if (strstr(text, ifname_) != nullptr) {
-      bss_line(text, bss);
-      return;
+// Where the key words first stand in one line; null for a word it lacks.
+struct KeyWords {
+  const char *bss;
+  const char *ssid;
+  const char *channel;
+  const char *signal;
+  const char *suites;
+};
+
+// Whether the text at p begins with word (stops at the text's end).
+template <size_t N>
+bool word_at(const char *p, const char (&word)[N]) {
+  return p[0] == word[0] && strncmp(p, word, N - 1) == 0;
+}
+
+// Reads "<word>: <number>" at p, where the word is known to stand: a colon,
+// any white space, then a decimal number, which may be followed by anything
+// ("-45.00 dBm" gives -45).  False when no digit follows.
+bool number_behind(const char *p, size_t word_len, int *value) {
+  p += word_len;
+  if (*p != ':') return false;
+  ++p;
+  char *end = nullptr;
+  long n = strtol(p, &end, 10);
+  if (end == p) return false;
+  *value = static_cast<int>(n);
+  return true;
+}
+
+// Reads "<word>: <text>" at p into text[size]: a colon, any white space,
+// then up to size - 1 characters before the end of the line.  False when
+// nothing follows; text is then left as it was.
+bool text_behind(const char *p, size_t word_len, char *text, size_t size) {
+  p += word_len;
+  if (*p != ':') return false;
+  ++p;
+  while (isspace(static_cast<unsigned char>(*p))) ++p;
+  size_t n = 0;
+  while (n + 1 < size && p[n] != '\0' && p[n] != '\n') ++n;
+  if (n == 0) return false;
+  memcpy(text, p, n);
+  text[n] = '\0';
+  return true;
+}
+
+// One pass over the line instead of a search per word: a listing has tens
+// of thousands of lines, and most hold none of the words.  Each word is
+// found by one of its rarer letters, at a fixed distance behind the word's
+// start: B(SS), SS(I)D, primar(y) channel, si(g)nal, (A)uthentication
+// suites.  Each pointer is the word's first place in the line, as a search
+// for the word would find it.
+KeyWords find_key_words(const char *text) {
+  const char *bss = nullptr, *ssid = nullptr, *channel = nullptr,
+             *signal = nullptr, *suites = nullptr;
+  for (const char *p = text; (p = strpbrk(p, "BIygA")) != nullptr; ++p) {
+    const size_t before = static_cast<size_t>(p - text);
+    switch (*p) {
+      case 'B':
+        if (!bss && p[1] == 'S' && p[2] == 'S') bss = p;
+        break;
+      case 'I':
+        if (!ssid && before >= 2 && p[1] == 'D' && p[-1] == 'S' &&
+            p[-2] == 'S')
+          ssid = p - 2;
+        break;
+      case 'y':
+        if (!channel && before >= 6 && word_at(p - 6, "primary channel"))
+          channel = p - 6;
+        break;
+      case 'g':
+        if (!signal && before >= 2 && word_at(p - 2, "signal"))
+          signal = p - 2;
+        break;
+      default:  // 'A'
+        if (!suites && word_at(p, "Authentication suites")) suites = p;
+        break;
     }
   }
-  if (const char *ssid = strstr(text, "SSID")) {
-    ssid_line(ssid);
+  return KeyWords{bss, ssid, channel, signal, suites};
+}
+
+void ScanParser::line(char *text) {
+  if (full_) return;
+  const KeyWords k = find_key_words(text);
+  if (k.bss && strstr(text, ifname_) != nullptr) {
+    bss_line(text, k.bss);
     return;
   }
-  if (const char *chan = strstr(text, "primary channel")) {
+  if (k.ssid) {
+    ssid_line(k.ssid);
+    return;
+  }
+  if (k.channel) {
     int channel = 0;
-    if (sscanf(chan, "primary channel: %d", &channel) == 1)
+    if (number_behind(k.channel, strlen("primary channel"), &channel))
       sites_[current_].channel = channel;
     else
       puts("get Channel error!");
     return;
   }
-  if (const char *sig = strstr(text, "signal")) {
+  if (k.signal) {
     int rssi = 0;
-    if (sscanf(sig, "signal: %d dBm", &rssi) == 1)
+    if (number_behind(k.signal, strlen("signal"), &rssi))
       sites_[current_].rssi = rssi;
     else
       puts("get rssi error!");
     return;
   }
-  if (const char *suites = strstr(text, "Authentication suites")) {
-    suites_line(suites);
-    return;
-  }
+  if (k.suites) suites_line(k.suites);
 }
 
 void ScanParser::bss_line(char *text, const char *bss) {
@@ -168,10 +247,8 @@ void ScanParser::ssid_line(const char *ssid) {
 void ScanParser::suites_line(const char *suites) {
   WifiSiteEntry &site = sites_[current_];
   site.auth_seen = 1;
-  char text[kSuitesTake + 1] = {0};
-  if (sscanf(suites, "Authentication suites: %15[^\n]", text) == 1)
-    memcpy(suites_, text, sizeof suites_);
-  else
+  if (!text_behind(suites, strlen("Authentication suites"), suites_,
+                   sizeof suites_))
     puts("get Authentication suites error!");
   // A line that didn't read leaves the text of the last one in force.
   for (const SuiteRow &row : kSuites) {

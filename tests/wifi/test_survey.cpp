@@ -234,6 +234,26 @@ TEST_F(WifiSurvey, LinesThatDontParse) {
   EXPECT_EQ(sites[3].valid, 0);
 }
 
+TEST_F(WifiSurvey, KeyWordsAnywhereFirstTestWins) {
+  Sandbox::write_file(kListing,
+                      "x BSS 02:00:00:00:00:07(on mld1) SSID: no\n"
+                      "\tBSSID: named\n"
+                      "see signal: -12 dBm, primary channel: 3\n"
+                      "\t\t * Authentication suites:   PSK SAE\n"
+                      "\tSSID: later\n");
+  WifiSiteEntry sites[3];
+  EXPECT_EQ(wifi_list_scan_read(0, 0, sites, 3), 0);
+  // The BSS test comes first; a BSSID line is an SSID line; the channel
+  // test comes before the signal test.
+  EXPECT_STREQ(sites[0].bssid, "02:00:00:00:00:07");
+  EXPECT_STREQ(sites[0].ssid, "later");
+  EXPECT_EQ(sites[0].channel, 3);
+  EXPECT_EQ(sites[0].rssi, 0);
+  EXPECT_EQ(sites[0].auth_suite, 5);
+  EXPECT_EQ(sites[0].security, 5);
+  EXPECT_EQ(sites[1].valid, 0);
+}
+
 TEST_F(WifiSurvey, NeverWritesPastCapacity) {
   // Far more networks than records, and more output than a pipe holds: the
   // records past the capacity stay untouched and iw runs to its end.
