@@ -72,7 +72,8 @@ KIV_EXPORT int kiv_run_system_cmd(const char *path, ...);
 
 /*
  * Copies src to dst, escaping every backtick with a backslash.  Stops with a
- * console message when dst has no room; dst is always terminated.
+ * console message when dst has no room; dst is always terminated (a dstSize
+ * below 1 leaves dst untouched).
  */
 KIV_EXPORT void special_character_processing(const char *src, char *dst,
                                              int dstSize);

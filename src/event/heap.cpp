@@ -22,10 +22,11 @@ inline bool min_heap_greater(const aeTimeEvent *a, const aeTimeEvent *b) {
 
 // Moves the hole at `hole` towards the root until e fits, then stores e.
 void min_heap_sift_up(aeTimeEvent **elements, uint32_t hole, aeTimeEvent *e) {
+  const int64_t key = expiry_key(e);
   while (hole != 0) {
     uint32_t parent = (hole - 1) / 2;
     aeTimeEvent *p = elements[parent];
-    if (!min_heap_greater(p, e)) break;
+    if (expiry_key(p) <= key) break;
     elements[hole] = p;
     p->heapIndex = static_cast<int32_t>(hole);
     hole = parent;
@@ -35,33 +36,56 @@ void min_heap_sift_up(aeTimeEvent **elements, uint32_t hole, aeTimeEvent *e) {
 }
 
 // Moves the hole at `hole` towards the leaves until e fits, then stores e.
-// On equal children the right one moves up.
-void min_heap_sift_down(min_heap *heap, uint32_t hole, aeTimeEvent *e) {
-  aeTimeEvent **elements = heap->elements;
-  const uint32_t size = heap->size;
+// On equal children the right one moves up.  In a heap too large for the
+// caches, the four records two levels down are fetched ahead: the next
+// level compares two of them, and each would be a cache miss.
+template <bool kPrefetch>
+void sift_down_from(aeTimeEvent **elements, uint32_t size, uint32_t hole,
+                    aeTimeEvent *e) {
+  // e's expiry can't change here, but the stores into heapIndex fields keep
+  // the compiler from knowing it: read it once.
+  const int64_t key = expiry_key(e);
   uint32_t c = 2 * (hole + 1);
-  while (c <= size) {
-    // The records two levels down are compared next: start their loads now,
-    // since in a large heap each one is a cache miss.
-    uint32_t g = 2 * c + 1;
-    if (g + 3 < size) {
-      __builtin_prefetch(elements[g]);
-      __builtin_prefetch(elements[g + 1]);
-      __builtin_prefetch(elements[g + 2]);
-      __builtin_prefetch(elements[g + 3]);
+  // While both children exist; which one moves up is a coin toss for a
+  // branch predictor, so it is chosen without a branch.
+  while (c < size) {
+    if (kPrefetch) {
+      uint32_t g = 2 * c - 1;  // the left child's left child
+      if (g + 3 < size) {
+        __builtin_prefetch(elements[g]);
+        __builtin_prefetch(elements[g + 1]);
+        __builtin_prefetch(elements[g + 2]);
+        __builtin_prefetch(elements[g + 3]);
+      }
     }
-    // Without a branch: which child moves up is a coin toss for a predictor.
-    c -= static_cast<uint32_t>(c == size ||
-                               min_heap_greater(elements[c], elements[c - 1]));
+    c -= static_cast<uint32_t>(expiry_key(elements[c]) >
+                               expiry_key(elements[c - 1]));
     aeTimeEvent *child = elements[c];
-    if (!min_heap_greater(e, child)) break;
+    if (key <= expiry_key(child)) break;  // c stays below size
     elements[hole] = child;
     child->heapIndex = static_cast<int32_t>(hole);
     hole = c;
     c = 2 * (hole + 1);
   }
+  if (c == size) {  // the loop ran out with a left child alone
+    aeTimeEvent *child = elements[c - 1];
+    if (key > expiry_key(child)) {
+      elements[hole] = child;
+      child->heapIndex = static_cast<int32_t>(hole);
+      hole = c - 1;
+    }
+  }
   elements[hole] = e;
   e->heapIndex = static_cast<int32_t>(hole);
+}
+
+constexpr uint32_t kPrefetchSize = 4096;
+
+void min_heap_sift_down(min_heap *heap, uint32_t hole, aeTimeEvent *e) {
+  if (heap->size >= kPrefetchSize)
+    sift_down_from<true>(heap->elements, heap->size, hole, e);
+  else
+    sift_down_from<false>(heap->elements, heap->size, hole, e);
 }
 
 }  // namespace

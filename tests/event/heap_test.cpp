@@ -24,7 +24,53 @@ void expect_heap_shape(const min_heap &h) {
   }
 }
 
+// A plain swapping heap with the same tie rules, to check exact positions:
+// equal to its parent a record stays below; on equal children the right
+// one moves up; an erase refills downwards unless the parent is greater.
+struct RefHeap {
+  std::vector<aeTimeEvent *> v;
+  static bool greater(aeTimeEvent *a, aeTimeEvent *b) {
+    return key_of(a) > key_of(b);
+  }
+  void up(size_t i) {
+    while (i > 0 && greater(v[(i - 1) / 2], v[i])) {
+      std::swap(v[(i - 1) / 2], v[i]);
+      i = (i - 1) / 2;
+    }
+  }
+  void down(size_t i) {
+    for (;;) {
+      size_t l = 2 * i + 1, r = l + 1, c;
+      if (l >= v.size()) return;
+      c = (r >= v.size() || greater(v[r], v[l])) ? l : r;
+      if (!greater(v[i], v[c])) return;
+      std::swap(v[i], v[c]);
+      i = c;
+    }
+  }
+  void add(aeTimeEvent *e) {
+    v.push_back(e);
+    up(v.size() - 1);
+  }
+  void pop() {
+    v[0] = v.back();
+    v.pop_back();
+    if (!v.empty()) down(0);
+  }
+  void erase(aeTimeEvent *e) {
+    size_t h = std::find(v.begin(), v.end(), e) - v.begin();
+    v[h] = v.back();
+    v.pop_back();
+    if (h == v.size()) return;
+    if (h > 0 && greater(v[(h - 1) / 2], v[h]))
+      up(h);
+    else
+      down(h);
+  }
+};
+
 TEST(Heap, RandomOperationsKeepOrderAndPositions) {
+  RefHeap ref;
   std::mt19937 rng(12345);
   min_heap h;
   min_heap_init(&h);
@@ -33,7 +79,7 @@ TEST(Heap, RandomOperationsKeepOrderAndPositions) {
   std::vector<aeTimeEvent *> armed;  // the reference: what must be inside
   uint32_t maxCapacity = 0;
 
-  for (int step = 0; step < 20000; ++step) {
+  for (int step = 0; step < 12000; ++step) {
     int op = static_cast<int>(rng() % 10);
     if (op < 5) {  // add a disarmed record with a small key, so ties happen
       aeTimeEvent &r = recs[rng() % recs.size()];
@@ -42,6 +88,7 @@ TEST(Heap, RandomOperationsKeepOrderAndPositions) {
       r.whenMs = static_cast<int32_t>(rng() % 3) * 500 - 1;
       ASSERT_EQ(aetimer_event_add(&h, &r), 0);
       armed.push_back(&r);
+      ref.add(&r);
     } else if (op < 8) {  // pop: the least key comes out, disarmed
       aeTimeEvent *top = min_heap_top(&h);
       aeTimeEvent *got = min_heap_pop(&h);
@@ -56,24 +103,56 @@ TEST(Heap, RandomOperationsKeepOrderAndPositions) {
       ASSERT_EQ(key_of(got), least);
       ASSERT_EQ(got->heapIndex, -1);
       armed.erase(std::find(armed.begin(), armed.end(), got));
+      ASSERT_EQ(ref.v[0], got);
+      ref.pop();
     } else {  // erase any record, armed or not
       aeTimeEvent &r = recs[rng() % recs.size()];
       bool in = r.heapIndex != -1;
       ASSERT_EQ(min_heap_erase(&h, &r), in ? 0 : -1);
       ASSERT_EQ(r.heapIndex, -1);
-      if (in) armed.erase(std::find(armed.begin(), armed.end(), &r));
+      if (in) {
+        armed.erase(std::find(armed.begin(), armed.end(), &r));
+        ref.erase(&r);
+      }
     }
     ASSERT_EQ(min_heap_size(&h), armed.size());
     ASSERT_EQ(min_heap_empty(&h), armed.empty() ? 1 : 0);
     ASSERT_GE(h.capacity, maxCapacity);  // never shrinks
     maxCapacity = h.capacity;
     expect_heap_shape(h);
+    ASSERT_TRUE(std::equal(ref.v.begin(), ref.v.end(), h.elements));
     if (HasFatalFailure()) return;
   }
   // Records outside the reference are outside the heap.
   size_t outside = 0;
   for (auto &r : recs) outside += r.heapIndex == -1;
   EXPECT_EQ(outside, recs.size() - armed.size());
+  min_heap_destroy(&h);
+}
+
+TEST(Heap, LargeHeapComesOutInOrder) {
+  std::mt19937 rng(7);
+  min_heap h;
+  min_heap_init(&h);
+  std::vector<aeTimeEvent> recs(20000);
+  for (auto &r : recs) {
+    r.whenSec = static_cast<int32_t>(rng() % 5000);
+    r.whenMs = static_cast<int32_t>(rng() % 1000);
+    ASSERT_EQ(aetimer_event_add(&h, &r), 0);
+  }
+  for (size_t i = 0; i < recs.size(); i += 3) {
+    ASSERT_EQ(min_heap_erase(&h, &recs[i]), 0);
+  }
+  expect_heap_shape(h);
+  Key last{INT32_MIN, INT32_MIN};
+  uint32_t n = 0;
+  while (aeTimeEvent *e = min_heap_pop(&h)) {
+    ASSERT_LE(last, key_of(e));
+    last = key_of(e);
+    ++n;
+    if (n == 1000) expect_heap_shape(h);
+  }
+  EXPECT_EQ(n, recs.size() - (recs.size() + 2) / 3);
   min_heap_destroy(&h);
 }
 
