@@ -159,6 +159,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
     for (const Run &r : runs) {
       if (r.run_type != Run::RT_Iteration || r.iterations == 0) continue;
       time_[r.benchmark_name()] = r.GetAdjustedRealTime();
+      cpu_[r.benchmark_name()] = r.GetAdjustedCPUTime();
       auto it = r.counters.find("bytes_per_second");
       if (it != r.counters.end()) rate_[r.benchmark_name()] = it->second.value;
     }
@@ -167,8 +168,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
   void Ratios() {
     auto ratio = [&](const char *what, const char *floor) {
       if (time_.count(what) && time_.count(floor) && time_[floor] > 0)
-        printf("%-22s %6.2fx its floor %s\n", what, time_[what] / time_[floor],
-               floor);
+        printf("%-18s %5.2fx its floor %-14s (real time), %5.2fx (CPU time)\n",
+               what, time_[what] / time_[floor], floor,
+               cpu_[what] / cpu_[floor]);
     };
     printf("\n");
     ratio("BM_ConfGetMiddle", "BM_ReadFloor");
@@ -188,6 +190,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
  private:
   std::map<std::string, double> time_;
+  std::map<std::string, double> cpu_;
   std::map<std::string, double> rate_;
 };
 

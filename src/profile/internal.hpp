@@ -3,6 +3,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 #include <string.h>
 #include <sys/types.h>
 
@@ -35,8 +36,19 @@ void check_search_args(bool has_fp, const char *key);
 // through the first LF, at most limit - 1 bytes.
 inline size_t chunk_len(const char *p, size_t avail, size_t limit) {
   size_t max = avail < limit - 1 ? avail : limit - 1;
-  const void *lf = memchr(p, '\n', max);
-  return lf ? static_cast<size_t>(static_cast<const char *>(lf) - p) + 1 : max;
+  // Eight bytes at a time: profile lines are short, and a call of memchr()
+  // per line costs more than the line.
+  constexpr uint64_t kOnes = 0x0101010101010101ULL;
+  size_t i = 0;
+  for (; i + 8 <= max; i += 8) {
+    uint64_t w;
+    memcpy(&w, p + i, 8);
+    w ^= kOnes * '\n';
+    if ((w - kOnes) & ~w & (kOnes << 7)) break;  // a LF among these eight
+  }
+  for (; i < max; ++i)
+    if (p[i] == '\n') return i + 1;
+  return max;
 }
 
 // Whether the text p[0..n) read by the key search is the line of key
@@ -54,7 +66,11 @@ class KeyMatcher {
         klen_(strlen(key)),
         possible_(klen_ > 0 && key[0] != '#' &&
                   !is_blank(static_cast<unsigned char>(key[0])) &&
-                  memchr(key, '=', klen_) == nullptr) {}
+                  memchr(key, '=', klen_) == nullptr &&
+                  memchr(key, '\n', klen_) == nullptr) {}
+
+  // False for a key that no line can answer to.
+  bool possible() const { return possible_; }
 
   bool operator()(const char *p, size_t n) const {
     if (!possible_) return false;
@@ -86,13 +102,23 @@ class ChunkReader {
   bool next(size_t limit, const char **text, size_t *len);
   // Makes the last text the next one again, to read it with another limit.
   void rewind_last() { pos_ = last_; }
+  // Before the first next(): reads as much as the buffer holds, and tells
+  // whether that is the whole file, then at data()[0..size()).
+  bool load_all();
+  const char *data() const { return buf_; }
+  size_t size() const { return end_; }
 
  private:
   int fd_;
   size_t pos_ = 0, end_ = 0, last_ = 0;
   bool eof_ = false;
-  char buf_[16384] = {};
+  char buf_[16384];  // read only where filled
 };
+
+// The text of key's line as the value read sees it (at most 1022 bytes),
+// from a fresh reader; false when the key is absent.
+bool find_line(ChunkReader &reader, const char *key, const char **text,
+               size_t *len);
 
 // Reads the whole profile into a malloc'd image with a NUL behind it, with
 // the update's fatal checks; frees `extra` before any fatal report.

@@ -77,25 +77,73 @@ bool chunk_matches(const char *p, size_t n, const char *key, size_t klen) {
 }
 
 size_t locate_in_image(const char *img, size_t len, const char *key) {
-  KeyMatcher matches(key);
-  size_t pos = 0;
-  while (pos < len) {
-    size_t n = chunk_len(img + pos, len - pos, kSearchLimit);
-    if (matches(img + pos, n)) return pos;
-    pos += n;
+  // Look for the key itself rather than at every line: a place where it
+  // stands is the key's line when only blanks lead up to it from the start
+  // of its piece of line (lines are taken 1023 bytes at a time) and a '='
+  // follows it within that piece.
+  KeyMatcher matcher(key);
+  if (!matcher.possible()) return len;
+  size_t klen = strlen(key);
+  const char *end = img + len;
+  const char *from = img;
+  while (from < end) {
+    const char *at = static_cast<const char *>(
+        memmem(from, static_cast<size_t>(end - from), key, klen));
+    if (at == nullptr) break;
+    from = at + 1;
+    if (at + klen >= end || at[klen] != '=') continue;
+    const char *line = static_cast<const char *>(
+        memrchr(img, '\n', static_cast<size_t>(at - img)));
+    line = line ? line + 1 : img;
+    const char *piece =
+        line + static_cast<size_t>(at - line) / (kSearchLimit - 1) *
+                   (kSearchLimit - 1);
+    if (static_cast<size_t>(at + klen - piece) >= kSearchLimit - 1) continue;
+    const char *q = piece;
+    while (q < at && is_blank(static_cast<unsigned char>(*q))) ++q;
+    if (q == at) return static_cast<size_t>(piece - img);
   }
   return len;
+}
+
+bool ChunkReader::load_all() {
+  while (end_ < sizeof buf_) {
+    ssize_t r = read(fd_, buf_ + end_, sizeof buf_ - end_);
+    if (r < 0 && errno == EINTR) continue;
+    if (r <= 0) {
+      eof_ = true;
+      return true;
+    }
+    end_ += static_cast<size_t>(r);
+  }
+  return false;
+}
+
+bool find_line(ChunkReader &reader, const char *key, const char **text,
+               size_t *len) {
+  if (reader.load_all()) {
+    size_t off = locate_in_image(reader.data(), reader.size(), key);
+    if (off == reader.size()) return false;
+    *text = reader.data() + off;
+    *len = chunk_len(*text, reader.size() - off, kReadLimit);
+    return true;
+  }
+  KeyMatcher matches(key);
+  bool found = false;
+  while (!found && reader.next(kSearchLimit, text, len))
+    found = matches(*text, *len);
+  if (!found) return false;
+  reader.rewind_last();
+  return reader.next(kReadLimit, text, len);
 }
 
 bool ChunkReader::next(size_t limit, const char **text, size_t *len) {
   for (;;) {
     size_t avail = end_ - pos_;
-    size_t max = avail < limit - 1 ? avail : limit - 1;
     const char *p = buf_ + pos_;
-    const void *lf = memchr(p, '\n', max);
+    size_t n = chunk_len(p, avail, limit);
+    bool lf = n > 0 && p[n - 1] == '\n';
     if (lf || avail >= limit - 1 || (eof_ && avail > 0)) {
-      size_t n = lf ? static_cast<size_t>(static_cast<const char *>(lf) - p) + 1
-                    : max;
       last_ = pos_;
       pos_ += n;
       *text = p;
@@ -218,14 +266,9 @@ int conf_get(const char *key, char *out, size_t size) {
   check_search_args(true, key);
 
   ChunkReader reader(fd.get());
-  KeyMatcher matches(key);
   const char *p;
   size_t n;
-  bool found = false;
-  while (!found && reader.next(kSearchLimit, &p, &n)) found = matches(p, n);
-  if (!found) return 0;
-  reader.rewind_last();
-  if (!reader.next(kReadLimit, &p, &n)) return 0;
+  if (!find_line(reader, key, &p, &n)) return 0;
 
   size_t len = strnlen(p, n);
   const char *eq = static_cast<const char *>(memchr(p, '=', len));

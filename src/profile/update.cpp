@@ -199,14 +199,9 @@ int conf_get_token(const char *key, int idx) {
   if (!fd) PROFILE_FATAL("fp");
 
   ChunkReader reader(fd.get());
-  KeyMatcher matches(key);
   const char *p;
   size_t n;
-  bool found = false;
-  while (!found && reader.next(kSearchLimit, &p, &n)) found = matches(p, n);
-  if (!found) return 0;
-  reader.rewind_last();
-  if (!reader.next(kReadLimit, &p, &n)) return 0;
+  if (!find_line(reader, key, &p, &n)) return 0;
   char line[kSearchLimit] = {};
   memcpy(line, p, n);
 
