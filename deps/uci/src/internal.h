@@ -78,6 +78,7 @@ UCI_HIDDEN struct uci_package *ucii_package_new(struct uci_context *ctx, const c
 UCI_HIDDEN void ucii_package_free(struct uci_package *p);
 UCI_HIDDEN struct uci_section *ucii_section_new(struct uci_package *p, const char *type, const char *name);
 UCI_HIDDEN void ucii_section_free(struct uci_section *s);
+UCI_HIDDEN void ucii_index_drop(struct uci_package *p);
 UCI_HIDDEN struct uci_section *ucii_find_section(struct uci_package *p, const char *name);
 UCI_HIDDEN struct uci_option *ucii_find_option(struct uci_section *s, const char *name);
 UCI_HIDDEN struct uci_option *ucii_option_set(struct uci_section *s, struct uci_option *o, const char *name, const char *value);

@@ -667,7 +667,12 @@ void ucii_write_package(struct uci_context *ctx, FILE *f, struct uci_package *p,
 	uci_foreach_element(&p->sections, se) {
 		struct uci_section *s = uci_to_section(se);
 		fputs("\nconfig ", f);
-		ucii_write_escaped(f, s->type);
+		/* Types are written bare; one the reader would take apart
+		 * (quotes, backslash, comment or command separators) is quoted. */
+		if (strpbrk(s->type, "'\"\\#;"))
+			write_quoted(f, s->type);
+		else
+			fputs(s->type, f);
 		if (!s->anonymous || (ctx->flags & UCI_FLAG_EXPORT_NAME)) {
 			fputc(' ', f);
 			write_quoted(f, s->e.name);

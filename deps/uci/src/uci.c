@@ -110,6 +110,8 @@ char *ucii_path(const char *dir, const char *name)
 
 /* ---- tree ---- */
 
+static void index_put(struct uci_package *p, struct uci_section *s);
+
 struct uci_package *ucii_package_new(struct uci_context *ctx, const char *name)
 {
 	struct uci_package *p = calloc(1, sizeof(*p));
@@ -155,6 +157,7 @@ void ucii_package_free(struct uci_package *p)
 		ucii_section_free(uci_to_section(e));
 	delta_list_free(&p->delta);
 	delta_list_free(&p->saved_delta);
+	ucii_index_drop(p);
 	ucii_list_del(&p->e.list);
 	free(p->e.name);
 	free(p->path);
@@ -193,12 +196,15 @@ struct uci_section *ucii_section_new(struct uci_package *p, const char *type, co
 	ucii_list_init(&s->options);
 	s->package = p;
 	ucii_list_add(&p->sections, &s->e.list);
+	index_put(p, s);
 	return s;
 }
 
 void ucii_section_free(struct uci_section *s)
 {
 	struct uci_element *e, *tmp;
+	if (s->package)
+		ucii_index_drop(s->package);
 	uci_foreach_element_safe(&s->options, tmp, e)
 		ucii_option_free(uci_to_option(e));
 	ucii_list_del(&s->e.list);
@@ -219,9 +225,84 @@ int ucii_section_retype(struct uci_section *s, const char *type)
 	return 0;
 }
 
+/* Name index of a package's sections, kept in p->priv so that lookups
+ * and parsing stay linear in the size of the package.  Built on first use,
+ * extended when a section is appended, dropped when a section is removed
+ * or renamed.  Holds the first section of each name in list order, which
+ * is what a walk of the list would find. */
+struct section_index {
+	size_t cap;    /* power of two */
+	size_t count;
+	struct uci_section *slot[];
+};
+
+static uint32_t name_hash(const char *s)
+{
+	uint32_t h = 2166136261u;
+	for (; *s; s++)
+		h = (h ^ (unsigned char)*s) * 16777619u;
+	return h;
+}
+
+void ucii_index_drop(struct uci_package *p)
+{
+	free(p->priv);
+	p->priv = NULL;
+}
+
+/* Adds s unless a section of that name is indexed already. */
+static void index_put(struct uci_package *p, struct uci_section *s)
+{
+	struct section_index *ix = p->priv;
+	size_t i;
+
+	if (!ix)
+		return;
+	if ((ix->count + 1) * 2 > ix->cap) {
+		ucii_index_drop(p);  /* rebuilt larger on the next lookup */
+		return;
+	}
+	for (i = name_hash(s->e.name) & (ix->cap - 1); ix->slot[i]; i = (i + 1) & (ix->cap - 1))
+		if (!strcmp(ix->slot[i]->e.name, s->e.name))
+			return;
+	ix->slot[i] = s;
+	ix->count++;
+}
+
+static struct section_index *index_build(struct uci_package *p)
+{
+	struct section_index *ix;
+	struct uci_element *e;
+	size_t n = 0, cap = 16;
+
+	uci_foreach_element(&p->sections, e)
+		n++;
+	while (cap < (n + 1) * 4)
+		cap *= 2;
+	ix = calloc(1, sizeof(*ix) + cap * sizeof(ix->slot[0]));
+	if (!ix)
+		return NULL;
+	ix->cap = cap;
+	p->priv = ix;
+	uci_foreach_element(&p->sections, e)
+		index_put(p, uci_to_section(e));
+	return ix;
+}
+
 struct uci_section *ucii_find_section(struct uci_package *p, const char *name)
 {
+	struct section_index *ix = p->priv;
 	struct uci_element *e;
+	size_t i;
+
+	if (!ix)
+		ix = index_build(p);
+	if (ix) {
+		for (i = name_hash(name) & (ix->cap - 1); ix->slot[i]; i = (i + 1) & (ix->cap - 1))
+			if (!strcmp(ix->slot[i]->e.name, name))
+				return ix->slot[i];
+		return NULL;
+	}
 	uci_foreach_element(&p->sections, e)
 		if (!strcmp(e->name, name))
 			return uci_to_section(e);
@@ -1042,6 +1123,7 @@ int uci_rename(struct uci_context *ctx, struct uci_ptr *ptr)
 		free(ptr->s->e.name);
 		ptr->s->e.name = n;
 		ptr->s->anonymous = false;
+		ucii_index_drop(ptr->p);
 		ptr->section = n;
 	}
 	return ucii_err(ctx, 0);
@@ -1182,6 +1264,7 @@ int ucii_apply_delta(struct uci_context *ctx, struct uci_package *p, enum uci_co
 			free(s->e.name);
 			s->e.name = n;
 			s->anonymous = false;
+			ucii_index_drop(p);
 		}
 		return 0;
 	}

@@ -81,8 +81,8 @@ void drain(int fd, std::string *into) {
 }
 }  // namespace
 
-Run run(const std::vector<std::string> &argv, const std::string &in) {
-  Run r;
+Result run(const std::vector<std::string> &argv, const std::string &in) {
+  Result r;
   int pin[2], pout[2], perr[2];
   if (pipe(pin) || pipe(pout) || pipe(perr)) return r;
   pid_t pid = fork();

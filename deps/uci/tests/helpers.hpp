@@ -53,13 +53,13 @@ class UciDirs : public ::testing::Test {
 };
 
 // Result of running a program.
-struct Run {
+struct Result {
   int rc = -1;
   std::string out, err;
 };
 
 // Runs argv (argv[0] is the program path; it is shown as "uci") with the
 // given standard input.
-Run run(const std::vector<std::string> &argv, const std::string &in = "");
+Result run(const std::vector<std::string> &argv, const std::string &in = "");
 
 }  // namespace ucitest

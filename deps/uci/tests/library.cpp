@@ -164,6 +164,9 @@ TEST_F(Library, WriterOutputReadsBackToTheSameTree) {
     ptr.value = vals[i];
     ASSERT_EQ(uci_add_list(ctx, &ptr), 0);
   }
+  // A type the reader would take apart is quoted so that it reads back.
+  uci_section *odd = nullptr;
+  ASSERT_EQ(uci_add_section(ctx, p, "a\"b#c", &odd), 0);
   std::string first = exported(ctx, p, true);
   FILE *f = fmemopen(first.data(), first.size(), "r");
   uci_context *c2 = new_context();
@@ -173,6 +176,7 @@ TEST_F(Library, WriterOutputReadsBackToTheSameTree) {
   ASSERT_NE(p2, nullptr);
   EXPECT_STREQ(p2->e.name, "r");
   EXPECT_EQ(exported(c2, p2, true), first);
+  EXPECT_STREQ(uci_to_section(p2->sections.prev)->type, "a\"b#c");
   uci_section *s2 = uci_to_section(p2->sections.next);
   for (size_t i = 0; i < sizeof(vals) / sizeof(vals[0]); i++)
     EXPECT_STREQ(uci_lookup_option_string(c2, s2, ("o" + std::to_string(i)).c_str()), vals[i]);
