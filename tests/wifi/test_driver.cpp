@@ -164,3 +164,51 @@ TEST_F(WifiDriver, ConnectionStatusRequest) {
 }
 
 }  // namespace
+
+namespace {
+
+class WifiNvramGet : public kivtest::SandboxTest {
+ protected:
+  void SetUp() override {
+    kivtest::SandboxTest::SetUp();
+    if (IsSkipped()) return;
+    Sandbox::write_file("/etc/wireless/kiv/dbdc.b0.dat",
+                        "Default\nSSID1=Home 2G\nChannel=6\n");
+    Sandbox::write_file("/etc/wireless/kiv/dbdc.b1.dat",
+                        "Default\nSSID1=Home 5G\nChannel=36\n");
+  }
+};
+
+TEST_F(WifiNvramGet, ReadsTheZoneOfTheRadio) {
+  char out[32];
+  // Radios 0 and 3 share one profile, 1 and 4 the other.
+  for (uint32_t radio : {0u, 3u}) {
+    memset(out, 'x', sizeof out);
+    EXPECT_EQ(kiv_nvram_get(radio, "SSID1", out, sizeof out), 0);
+    EXPECT_STREQ(out, "Home 2G");
+  }
+  for (uint32_t radio : {1u, 4u}) {
+    EXPECT_EQ(kiv_nvram_get(radio, "Channel", out, sizeof out), 0);
+    EXPECT_STREQ(out, "36");
+  }
+  // An absent key: 0 and the whole buffer zeroed.
+  memset(out, 'x', sizeof out);
+  EXPECT_EQ(kiv_nvram_get(0, "Absent", out, sizeof out), 0);
+  for (char c : out) EXPECT_EQ(c, 0);
+}
+
+TEST_F(WifiNvramGet, Refusals) {
+  char out[16];
+  // A refused radio leaves the buffer zeroed; a null key leaves it alone.
+  for (uint32_t radio : {2u, 5u, 0xFFFFFFFFu}) {
+    memset(out, 'x', sizeof out);
+    EXPECT_EQ(kiv_nvram_get(radio, "SSID1", out, sizeof out), -1);
+    for (char c : out) EXPECT_EQ(c, 0);
+  }
+  memset(out, 'x', sizeof out);
+  EXPECT_EQ(kiv_nvram_get(0, nullptr, out, sizeof out), -1);
+  EXPECT_EQ(out[0], 'x');
+  EXPECT_EQ(kiv_nvram_get(0, "SSID1", nullptr, 16), -1);
+}
+
+}  // namespace

@@ -1,6 +1,9 @@
 // Staging of an interface's SSID, key and role: the uci command sequences.
 #include "kiv/wifi.h"
 
+#include <unistd.h>
+
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -103,6 +106,136 @@ TEST_F(WifiBasicPara, LongCommandsAreCut) {
   EXPECT_EQ(SetWifiBasicPara("ath23", ssid.c_str(), nullptr), 0);
   EXPECT_EQ(Sandbox::calls("uci").front(),
             "set wireless.ath23.ssid=" + std::string(127 - 28, 's'));
+}
+
+}  // namespace
+
+namespace {
+
+// SetWifiParaByEncrypt reads `sae` through libuci, then stages with `uci`.
+class WifiEncryptPara : public kivtest::SandboxTest {
+ protected:
+  void SetUp() override {
+    kivtest::SandboxTest::SetUp();
+    if (IsSkipped()) return;
+    Sandbox::fake_command("uci");
+    Sandbox::write_file("/etc/config/wireless",
+                        "config wifi-iface 'ath0'\n"
+                        "\toption mode 'ap'\n"
+                        "\toption sae '0'\n\n"
+                        "config wifi-iface 'ath1'\n"
+                        "\toption sae '1'\n\n"
+                        "config wifi-iface 'ath13'\n"
+                        "\toption sae '1234'\n\n"
+                        "config wifi-iface 'ath23'\n"
+                        "\toption mode 'sta'\n");
+  }
+
+  static Lines run(const char *ifname, int enc) {
+    size_t before = Sandbox::calls("uci").size();
+    EXPECT_EQ(SetWifiParaByEncrypt(ifname, enc), 0);
+    return uci_calls_from(before);
+  }
+};
+
+Lines opening(const std::string &s) {
+  return {"set wireless." + s + "=wifi-iface",
+          "set wireless." + s + ".disabled=0"};
+}
+
+Lines clears(const std::string &s) {
+  return {"delete wireless." + s + ".sae=1",
+          "delete wireless." + s + ".sae_confirm_immediate=1",
+          "delete wireless." + s + ".force_invalid_group=1",
+          "delete wireless." + s + ".ieee80211w=2"};
+}
+
+Lines sae_sets(const std::string &s) {
+  return {"set wireless." + s + ".sae=1",
+          "set wireless." + s + ".sae_confirm_immediate=1",
+          "set wireless." + s + ".force_invalid_group=1",
+          "set wireless." + s + ".ieee80211w=2"};
+}
+
+Lines join(std::initializer_list<Lines> parts) {
+  Lines all;
+  for (const Lines &p : parts) all.insert(all.end(), p.begin(), p.end());
+  return all;
+}
+
+TEST_F(WifiEncryptPara, EachCodeWithoutStoredSae) {
+  // ath0 has sae '0', ath03 has no section at all: both count as false.
+  for (const char *s : {"ath0", "ath03"}) {
+    SCOPED_TRACE(s);
+    EXPECT_EQ(run(s, 0), join({opening(s), {"set wireless." + std::string(s) +
+                                            ".encryption=none"},
+                               clears(s)}));
+    EXPECT_EQ(run(s, 1),
+              join({opening(s), {"set wireless." + std::string(s) + ".encryption=psk"},
+                    clears(s)}));
+    for (int enc : {2, 3})
+      EXPECT_EQ(run(s, enc),
+                join({opening(s),
+                      {"set wireless." + std::string(s) + ".encryption=psk2+ccmp"},
+                      clears(s)}));
+    // WPA3 sets the SAE options and never clears them; only 4 drops OWE.
+    EXPECT_EQ(run(s, 4),
+              join({opening(s), {"set wireless." + std::string(s) + ".encryption=ccmp"},
+                    sae_sets(s), {"delete wireless." + std::string(s) + ".owe=1"}}));
+    EXPECT_EQ(run(s, 5),
+              join({opening(s),
+                    {"set wireless." + std::string(s) + ".encryption=psk2+ccmp"},
+                    sae_sets(s)}));
+    // Any other code is handled as 0.
+    for (int enc : {6, -1, 1000})
+      EXPECT_EQ(run(s, enc), run(s, 0)) << enc;
+  }
+}
+
+TEST_F(WifiEncryptPara, StoredSaeKeepsTheOptions) {
+  EXPECT_EQ(run("ath1", 2),
+            join({opening("ath1"), {"set wireless.ath1.encryption=psk2+ccmp"}}));
+  EXPECT_EQ(run("ath1", 0),
+            join({opening("ath1"), {"set wireless.ath1.encryption=none"}}));
+  // A value that fills the whole read is not "1".
+  EXPECT_EQ(run("ath13", 2),
+            join({opening("ath13"), {"set wireless.ath13.encryption=psk2+ccmp"},
+                  clears("ath13")}));
+  std::string console = Sandbox::console();
+  EXPECT_NE(console.find("[     SetWifiParaByEncrypt]["), std::string::npos)
+      << console;
+  EXPECT_NE(console.find("]:--enc=2-saeStr=1-sae=1\n"), std::string::npos)
+      << console;
+  EXPECT_NE(console.find("]:--enc=2-saeStr=1234-sae=0\n"), std::string::npos)
+      << console;
+}
+
+TEST_F(WifiEncryptPara, SixGigahertzOpenBecomesOwe) {
+  for (const char *s : {"ath23", "ath2"}) {
+    std::string n = s;
+    EXPECT_EQ(run(s, 0),
+              join({opening(n),
+                    {"set wireless." + n + ".encryption=none",
+                     "set wireless." + n + ".encryption=ccmp",
+                     "set wireless." + n + ".owe=1"},
+                    clears(n)}));
+  }
+  // The console line of a missing option has an empty text.
+  EXPECT_NE(Sandbox::console().find("]:--enc=0-saeStr=-sae=0\n"),
+            std::string::npos);
+}
+
+TEST_F(WifiEncryptPara, NullNameAndUnreadableConfiguration) {
+  EXPECT_EQ(SetWifiParaByEncrypt(nullptr, 2), 1);
+  EXPECT_TRUE(Sandbox::calls("uci").empty());
+  EXPECT_NE(Sandbox::console().find("[kiv-err][SetWifiParaByEncrypt:"),
+            std::string::npos);
+  // Without a wireless package the flag is false and staging goes on.
+  unlink("/etc/config/wireless");
+  kivtest::Capture out(1);
+  EXPECT_EQ(run("ath0", 3),
+            join({opening("ath0"), {"set wireless.ath0.encryption=psk2+ccmp"},
+                  clears("ath0")}));
 }
 
 }  // namespace
