@@ -57,8 +57,8 @@ TEST_F(Descriptors, RuntimeCommandsFilesAndLogs) {
     _do_cmd(failing, "/tmp/out.txt");
     _do_cmd(missing, "/tmp/out.txt");
     _do_cmd(ok, "/tmp/no/such/dir/out.txt");
-    kiv_run_system_cmd("fails", "a", "b", "");
-    kiv_run_system_cmd("no_such_program", "");
+    kiv_run_system_cmd("/tmp/out.txt", "fails", "a", "b", "");
+    kiv_run_system_cmd("/tmp/out.txt", "no_such_program", "");
   });
   expect_no_fd_leak("igd_system, kiv_create_file and file tests", [] {
     igd_system("fails %d", 1);
