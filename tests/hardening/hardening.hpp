@@ -32,9 +32,9 @@ inline void make_unreadable_dir(const std::string &path) {
 }
 
 // Shell bodies of fake commands that misbehave.
-inline constexpr char kFloodBody[] =  // 4 MiB of lines, then success
-    "i=0; yes 'link:down port flood line of a command that never stops' | "
-    "head -c 4194304; exit 0";
+inline constexpr char kFloodBody[] =  // 1 MiB of lines, then success
+    "yes 'link:down port flood line of a command that never stops' | "
+    "head -c 1048576; exit 0";
 inline constexpr char kHangUpBody[] =  // closes its output, lives on
     "exec >&- 2>&-; sleep 0.3; exit 0";
 inline constexpr char kFailBody[] = "echo partial; exit 7";
