@@ -87,15 +87,15 @@ KIV_EXPORT const char *wifi_idx_to_ifname(int ifidx);
  * Returns 0, -1 when a pointer is NULL, -2 for any other name; nothing is
  * written on failure.
  */
-KIV_EXPORT int wifi_ifname_to_idx(const char *ifname, int *ifidx,
-                                  int *apidx);
+KIV_EXPORT int wifi_ifname_to_idx(const char *ifname, int *ifidx_out,
+                                  int *apidx_out);
 
 /*
  * Radio of a station interface: "ath03", "ath13", "ath23" store 0, 1, 2 in
- * *idx (which must not be NULL) and return 0.  Any other name or a NULL
+ * *idx_out (which must not be NULL) and return 0.  Any other name or a NULL
  * `ifname` returns -1 and stores nothing.
  */
-KIV_EXPORT int ifname_to_idx(const char *ifname, unsigned char *idx);
+KIV_EXPORT int ifname_to_idx(const char *ifname, unsigned char *idx_out);
 
 /* ---- Driver parameters (radio 0, 1, 3, 4; 2 and above 4 refused) ------- */
 
@@ -135,12 +135,12 @@ KIV_EXPORT int kiv_iwpriv_set(uint32_t radio, const char *key,
 /*
  * Asks the driver of `ifname` (first 16 characters) for its client
  * connection status with the private request SIOCIWFIRSTPRIV + 0x1C.
- * `status` must hold exactly 40 bytes; they are zeroed, then filled by the
+ * `status_out` must hold exactly 40 bytes; they are zeroed, then filled by the
  * driver.  Returns 0, or -1 for a NULL pointer (nothing touched), no socket
  * or a failed request (console message).
  */
 KIV_EXPORT int kiv_ioctl_get_apclix_connstatus(const char *ifname,
-                                               char *status);
+                                               char *status_out);
 
 /* ---- Site survey ------------------------------------------------------- */
 

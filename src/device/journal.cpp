@@ -54,17 +54,17 @@ void take_text(char *dst, size_t size, const char *word, size_t len) {
   dst[len] = '\0';
 }
 
-// A decimal number at the start of a word, as "%d" reads it.  False when
-// the word does not begin with one.
-bool take_int(int &dst, const char *word, size_t len) {
-  char digits[24] = {0};
-  take_text(digits, sizeof digits, word, len);
+// A decimal number at *cur, as "%d" reads it: *cur is left behind its last
+// digit, so what follows in the same word is where the next field begins.
+// False when no number stands there.
+bool take_int(int &dst, const char *&cur) {
   char *end = nullptr;
-  long v = strtol(digits, &end, 10);
-  if (end == digits) return false;
+  long v = strtol(cur, &end, 10);
+  if (end == cur) return false;
   if (v > INT_MAX) v = INT_MAX;
   if (v < INT_MIN) v = INT_MIN;
   dst = static_cast<int>(v);
+  cur = end;
   return true;
 }
 
@@ -93,7 +93,9 @@ void parse_rule_line(const char *line, ReplayFields &f) {
   }
   int *const numbers[] = {&f.sport, &f.dport};
   for (int *n : numbers) {
-    if (!next_word(cur, word, len) || !take_int(*n, word, len)) return;
+    if (!next_word(cur, word, len)) return;
+    cur = word;
+    if (!take_int(*n, cur)) return;
   }
   for (const Text &t : after) {
     if (!next_word(cur, word, len)) return;

@@ -74,9 +74,11 @@ int kiv_get_port_link_status(int port) {
   char out[128] = {0};
   // Port 0 is the WAN port, port 2 of the first switch.
   if (port == 0)
-    kiv::format_into(cmd, "swconfig dev switch0 port 2 get link");
+    kiv::format_into(cmd, sizeof cmd - 1,
+                     "swconfig dev switch0 port 2 get link");
   else
-    kiv::format_into(cmd, "swconfig dev switch1 port %d get link", port);
+    kiv::format_into(cmd, sizeof cmd - 1,
+                     "swconfig dev switch1 port %d get link", port);
   exe_cmd(cmd, out, sizeof out);
   return strstr(out, "link:up") != nullptr ? 1 : 0;
 }
@@ -86,7 +88,8 @@ int kiv_port_link_status(int port) {
   if (!file) return 0;
 
   char word[16] = {0};
-  kiv::format_into(word, "port %d", port);
+  // At most 14 characters: a port of ten digits loses its last one.
+  kiv::format_into(word, sizeof word - 1, "port %d", port);
   char line[128] = {0};
   while (fgets(line, sizeof line, file.get()) != nullptr) {
     // The word may stand anywhere in the line: "port 1" is also found in

@@ -77,8 +77,7 @@ unsigned char *base64_encode(const unsigned char *src, size_t len,
 unsigned char *base64_decode(const unsigned char *src, size_t len,
                              size_t *out_len) {
   size_t count = 0;
-  for (size_t i = 0; i < len; ++i)
-    if (kTable.v[src[i]] != kInvalid) ++count;
+  for (size_t i = 0; i < len; ++i) count += kTable.v[src[i]] != kInvalid;
   if (count == 0 || count % 4) return nullptr;
 
   size_t olen = count / 4 * 3 + 1;

@@ -28,6 +28,11 @@ inline bool is_blank(unsigned char c) {
 [[noreturn]] void fatal(const char *cond, const char *func, int line,
                         void *a = nullptr, void *b = nullptr);
 
+// The fatal report of a check in the calling function, at this line.
+#define PROFILE_FATAL(cond, ...)                   \
+  ::kiv::profile::fatal(cond, __func__, __LINE__ \
+                        __VA_OPT__(, ) __VA_ARGS__)
+
 // The key search's own checks, reported under its name: fatal when the
 // stream (has_fp false) or the key is missing.
 void check_search_args(bool has_fp, const char *key);

@@ -47,23 +47,12 @@ void fatal(const char *cond, const char *func, int line, void *a, void *b) {
 
 }  // namespace kiv::profile
 
-using kiv::profile::fatal;
-
-#define PROFILE_FATAL(cond, ...) \
-  fatal(cond, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
-
 namespace kiv::profile {
 
-// Kept apart so that every caller's missing key is reported as the key
-// search's own check.
-static void check_search_args_impl(bool has_fp, const char *key,
-                                   const char *func) {
-  if (!has_fp) fatal("fp", func, __LINE__);
-  if (!key) fatal("key", func, __LINE__);
-}
-
+// Every search reports a missing stream or key as the key search's own.
 void check_search_args(bool has_fp, const char *key) {
-  check_search_args_impl(has_fp, key, "__locate_key");
+  if (!has_fp) fatal("fp", "__locate_key", __LINE__);
+  if (!key) fatal("key", "__locate_key", __LINE__);
 }
 
 bool chunk_matches(const char *p, size_t n, const char *key, size_t klen) {

@@ -72,9 +72,6 @@ void commit_image(const char *profile, const char *data, size_t len,
 
 using namespace kiv::profile;
 
-#define PROFILE_FATAL(cond, ...) \
-  fatal(cond, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
-
 extern "C" {
 
 int conf_set(const char *key, const char *value) {

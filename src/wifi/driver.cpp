@@ -87,9 +87,9 @@ int kiv_iwpriv_set(uint32_t radio, const char *key, const char *value) {
   return igd_system("iwpriv %s set %s=%s", r->ifname, key, escaped);
 }
 
-int kiv_ioctl_get_apclix_connstatus(const char *ifname, char *status) {
-  if (ifname == nullptr || status == nullptr) return -1;
-  memset(status, 0, kConnStatusSize);
+int kiv_ioctl_get_apclix_connstatus(const char *ifname, char *status_out) {
+  if (ifname == nullptr || status_out == nullptr) return -1;
+  memset(status_out, 0, kConnStatusSize);
 
   kiv::Fd sock(socket(AF_INET, SOCK_DGRAM, 0));
   if (!sock) return -1;
@@ -98,7 +98,7 @@ int kiv_ioctl_get_apclix_connstatus(const char *ifname, char *status) {
   memset(&req, 0, sizeof req);
   // Sixteen characters at most, with no terminator when the name fills them.
   strncpy(req.ifr_name, ifname, IFNAMSIZ);
-  req.u.data.pointer = status;
+  req.u.data.pointer = status_out;
   req.u.data.length = kConnStatusSize;
   req.u.data.flags = 0;
 

@@ -27,35 +27,36 @@ const char *wifi_idx_to_ifname(int ifidx) {
   return scan_ifname;
 }
 
-int wifi_ifname_to_idx(const char *ifname, int *ifidx, int *apidx) {
-  if (ifname == nullptr || ifidx == nullptr || apidx == nullptr) return -1;
+int wifi_ifname_to_idx(const char *ifname, int *ifidx_out, int *apidx_out) {
+  if (ifname == nullptr || ifidx_out == nullptr || apidx_out == nullptr)
+    return -1;
   for (int i = 0; i < 3; ++i) {
     if (strcmp(ifname, kStaIfnames[i]) == 0) {
-      *ifidx = i;
-      *apidx = kStaApidx;
+      *ifidx_out = i;
+      *apidx_out = kStaApidx;
       return 0;
     }
   }
   // "rax" before "ra"; the character behind the prefix is taken as a digit
   // unchecked, so "ra" alone gives its terminator minus '0'.
   if (starts_with(ifname, "rax")) {
-    *ifidx = 1;
-    *apidx = ifname[3] - '0';
+    *ifidx_out = 1;
+    *apidx_out = ifname[3] - '0';
     return 0;
   }
   if (starts_with(ifname, "ra")) {
-    *ifidx = 0;
-    *apidx = ifname[2] - '0';
+    *ifidx_out = 0;
+    *apidx_out = ifname[2] - '0';
     return 0;
   }
   return -2;
 }
 
-int ifname_to_idx(const char *ifname, unsigned char *idx) {
+int ifname_to_idx(const char *ifname, unsigned char *idx_out) {
   if (ifname == nullptr) return -1;
   for (unsigned char i = 0; i < 3; ++i) {
     if (strcmp(ifname, kStaIfnames[i]) == 0) {
-      *idx = i;
+      *idx_out = i;
       return 0;
     }
   }

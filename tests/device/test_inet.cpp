@@ -1,7 +1,12 @@
 // Interface addressing against the loopback interface and a missing name.
 #include <arpa/inet.h>
 #include <linux/sockios.h>
+#include <net/if.h>
+#include <sched.h>
 #include <string.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "kiv/device.h"
 #include "sandbox.hpp"
@@ -80,4 +85,41 @@ TEST(Inet, LongNamesAreCutNotOverrun) {
             -1);
   EXPECT_EQ(get_ip_and_mask_by_ifname(longname, &ip, &mask), -1);
   EXPECT_EQ(get_interface_addr(longname, &ip, &mask, mac), -1);
+}
+
+TEST(Inet, FifteenByteNameReachesTheKernelWhole) {
+  // In a network namespace of its own the child renames its loopback
+  // interface to a name of 15 bytes, the most an interface name can have.
+  kivtest::ChildResult r = kivtest::run_in_child([] {
+    const char name[] = "lo-fifteen-byte";
+    static_assert(sizeof name == 16, "15 bytes and the terminator");
+    if (unshare(CLONE_NEWNET) != 0) _exit(77);
+    int s = socket(AF_INET, SOCK_DGRAM, 0);
+    struct ifreq ifr;
+    memset(&ifr, 0, sizeof ifr);
+    strcpy(ifr.ifr_name, "lo");
+    strcpy(ifr.ifr_newname, name);
+    if (s < 0 || ioctl(s, SIOCSIFNAME, &ifr) != 0) _exit(77);
+    memset(&ifr, 0, sizeof ifr);
+    strcpy(ifr.ifr_name, name);
+    ifr.ifr_flags = IFF_UP;
+    if (ioctl(s, SIOCSIFFLAGS, &ifr) != 0) _exit(77);
+    close(s);
+
+    char buf[16] = {0};
+    uint32_t ip = 0, mask = 0;
+    unsigned char mac[6];
+    if (get_ip_or_mask_by_ifname(name, SIOCGIFADDR, buf, sizeof buf) < 0 ||
+        strcmp(buf, "127.0.0.1") != 0)
+      _exit(1);
+    if (get_ip_and_mask_by_ifname(name, &ip, &mask) < 0 ||
+        ip != htonl(0x7f000001))
+      _exit(2);
+    if (get_interface_addr(name, &ip, &mask, mac) != 0) _exit(3);
+    _exit(0);
+  });
+  if (r.exited && r.exit_code == 77)
+    GTEST_SKIP() << "no network namespace to rename an interface in";
+  EXPECT_TRUE(r.exited) << r.signal;
+  EXPECT_EQ(r.exit_code, 0) << "1, 2, 3: the function that missed the name";
 }

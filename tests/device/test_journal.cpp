@@ -113,7 +113,9 @@ TEST_F(Journal, FailingRuleStopsAndSpendsTheJournal) {
   ASSERT_EQ(recoder_iptables(rules, 3), 0);
   Sandbox::syslog();
   reset_callback(1);
+  int fds = kivtest::open_fd_count();
   EXPECT_EQ(iptabes_exe_from_file(record_rule, kPath), -1);
+  EXPECT_EQ(kivtest::open_fd_count(), fds);
   ASSERT_EQ(g_seen.size(), 2u);
   EXPECT_EQ(g_seen[1].substr(0, 2), "B|");
   EXPECT_EQ(count_errors(Sandbox::syslog(), "kiv exe iptables from file error!"),
@@ -137,11 +139,12 @@ TEST_F(Journal, ForeignJournalIsParsedWithinBounds) {
                      chain + " " + proto + " in0 out0 7 8 " +
                      std::string(20, '1') + " 2.2.2.2 " + action + "\n" +
                      "SHORT udp\n" +
-                     "L tcp i o 1 2 s d " + std::string(300, 'a') + "\n";
+                     "L tcp i o 1 2 s d " + std::string(300, 'a') + "\n" +
+                     "N tcp i o 5x 6 s2 d2 A2\n" + "M udp i o 7 8x d3 A3\n";
   Sandbox::write_file("/tmp/other", text);
   reset_callback();
   EXPECT_EQ(iptabes_exe_from_file(record_rule, "/tmp/other"), 0);
-  ASSERT_EQ(g_seen.size(), 4u);
+  ASSERT_EQ(g_seen.size(), 6u);
   EXPECT_EQ(g_seen[0], std::string(31, 'c') + "|" + std::string(15, 'p') +
                            "|in0|out0|7|8|" + std::string(15, '1') +
                            "|2.2.2.2|" + std::string(31, 'x'));
@@ -151,5 +154,10 @@ TEST_F(Journal, ForeignJournalIsParsedWithinBounds) {
   // The long line is split at the limit; its rest reads as one more line.
   EXPECT_EQ(g_seen[2], "L|tcp|i|o|1|2|s|d|" + std::string(31, 'a'));
   EXPECT_EQ(g_seen[3].substr(0, 32), std::string(31, 'a') + "|");
+  // A number ends at its last digit: what stands behind it in the word is
+  // where the next field is read, and a field that doesn't read ends the
+  // line.
+  EXPECT_EQ(g_seen[4], "N|tcp|i|o|5|2|s|d|" + std::string(31, 'a'));
+  EXPECT_EQ(g_seen[5], "M|udp|i|o|7|8|x|d3|A3");
   EXPECT_FALSE(Sandbox::exists("/tmp/other"));
 }

@@ -118,6 +118,32 @@ TEST_F(Status, PortStatusFileFirstStatedLineDecides) {
   EXPECT_EQ(kiv_port_link_status(2), 0);
   EXPECT_EQ(kiv_port_link_status(3), 1);
   EXPECT_EQ(kiv_port_link_status(4), 0);
+
+  // The search word holds at most 14 characters.
+  Sandbox::write_file("/tmp/portStatus", "port 100000000: linkup\n");
+  EXPECT_EQ(kiv_port_link_status(1000000000), 1);
+  EXPECT_EQ(kiv_port_link_status(100000000), 1);
+  EXPECT_EQ(kiv_port_link_status(100000001), 0);
+}
+
+TEST_F(Status, ReadersCloseTheirFilesOnEveryPath) {
+  Sandbox::write_file("/tmp/portStatus", "port 1: linkup\nport 2: linkdown\n");
+  Sandbox::write_file("/sys/class/net/eth1/carrier", "1\n");
+  Sandbox::write_file("/var/resolv.conf.d/resolv.conf.auto",
+                      "nameserver 1.1.1.1\nnameserver 2.2.2.2\n"
+                      "nameserver 3.3.3.3\n");
+  Sandbox::write_file("/etc/version", "VERSION=\"1\"\nVERSION=\"2\"\n");
+  int fds = kivtest::open_fd_count();
+  unsigned char link = 0;
+  char slots[2][64] = {};
+  char version[246] = {};
+  for (int port = 1; port <= 3; ++port) kiv_port_link_status(port);
+  EXPECT_EQ(GetWanLinkStatus(&link), 0);
+  EXPECT_EQ(getWanDnsAdress(slots), 2);
+  EXPECT_EQ(kiv_get_software_version(version), 0);
+  Sandbox::write_file("/etc/version", "VERSION=none\n");
+  EXPECT_EQ(kiv_get_software_version(version), 1);
+  EXPECT_EQ(kivtest::open_fd_count(), fds);
 }
 
 TEST_F(Status, WanCarrier) {

@@ -32,6 +32,20 @@ class ProfileTest : public kivtest::SandboxTest {
   }
   std::string content() const { return kivtest::Sandbox::read_file(kPath); }
 
+  // What a child wrote on stderr, without the lines a sanitizer adds at
+  // its exit ("==pid==...").
+  static std::string said(const kivtest::ChildResult &r) {
+    std::string kept;
+    size_t at = 0;
+    while (at < r.err.size()) {
+      size_t lf = r.err.find('\n', at);
+      size_t end = lf == std::string::npos ? r.err.size() : lf + 1;
+      if (r.err.compare(at, 2, "==") != 0) kept += r.err.substr(at, end - at);
+      at = end;
+    }
+    return kept;
+  }
+
   // conf_get into a buffer of `size` bytes prefilled with '?'.
   static std::string get(const char *key, size_t size = 1100) {
     std::string buf(size + 1, '?');

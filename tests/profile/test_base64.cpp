@@ -51,9 +51,11 @@ TEST(Base64, EncoderWrapsAt72) {
   EXPECT_EQ(l55.substr(0, 73), line);
   EXPECT_EQ(l55.substr(73), "eA==\n");
   EXPECT_EQ(enc(std::string(108, 'x')).size(), 146u) << "two full lines";
-  EXPECT_EQ(base64_encode(reinterpret_cast<const unsigned char *>(""), 0,
-                          nullptr)[0],
-            '\0');
+  unsigned char *empty =
+      base64_encode(reinterpret_cast<const unsigned char *>(""), 0, nullptr);
+  ASSERT_NE(empty, nullptr);
+  EXPECT_EQ(empty[0], '\0');
+  free(empty);
 }
 
 TEST(Base64, RoundTripEveryLength) {

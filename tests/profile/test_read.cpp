@@ -53,19 +53,23 @@ TEST_F(ProfileTest, SizeBoundariesAbsentKeyAndNullBuffer) {
 }
 
 TEST_F(ProfileTest, CommentsBlanksNamesAndFirstMatch) {
-  profile(
+  static const char text[] =
       "# Key=comment\n"
       "   \t#Key=indented comment\n"
       "Key\n"
       "SSID1 =blank in name\n"
       "=empty name\n"
+      "Ke\0y=nul in the name\n"
       "  \tKey=found # not a comment\n"
       "Key=second\n"
-      "SSID1=x\n");
+      "SSID1=x\n"
+      "Nul=a\0b\n";
+  profile(std::string(text, sizeof text - 1));
   EXPECT_EQ(get("Key"), "found # not a comment");
   EXPECT_EQ(get("SSID1"), "x");
   EXPECT_EQ(get(""), std::string(1100, '?')) << "an empty name never matches";
   EXPECT_EQ(get("#Key"), std::string(1100, '?'));
+  EXPECT_EQ(get("Nul"), "a") << "a NUL ends the value";
 }
 
 TEST_F(ProfileTest, LongLinesAreSeenInPieces) {
@@ -157,7 +161,7 @@ TEST_F(ProfileTest, FatalReportsOfTheRead) {
   // No selection at all: the hint alone.
   auto r = kivtest::run_in_child([] { get("K"); });
   EXPECT_EQ(r.exit_code, 255);
-  EXPECT_EQ(r.err, "use \"wificonf use <profile>\" first\n");
+  EXPECT_EQ(said(r), "use \"wificonf use <profile>\" first\n");
 
   // A selection that is no link: the hint, then the report "profile".
   Sandbox::write_file("/tmp/.wificonf/current", "K=1\n");
@@ -183,11 +187,11 @@ TEST_F(ProfileTest, FatalReportsOfTheRead) {
   __quiet = 1;
   r = kivtest::run_in_child([] { get("K"); });
   EXPECT_EQ(r.exit_code, 255);
-  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(said(r), "");
   unlink("/tmp/.wificonf/current");
   r = kivtest::run_in_child([] { get("K"); });
   EXPECT_EQ(r.exit_code, 255);
-  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(said(r), "");
 }
 
 TEST_F(ProfileTest, ZonesOfKivNvram) {

@@ -1,40 +1,15 @@
 // The readers and the update find the same line as __locate_key, which
-// reads the stream line by line, on profiles made to trip them: long lines,
-// blanks, comments, names inside names, NULs, small and large files.
+// reads the stream line by line, where long lines are cut.
 #include <stdio.h>
 #include <string.h>
 
-#include <random>
 #include <string>
-#include <vector>
 
 #include "profile_test.hpp"
 
 using kivtest::Sandbox;
 
 namespace {
-
-const char *kKeys[] = {"SSID1", "Key", "K", "KeyKey", "WPAPSK", "A=B", "#C"};
-
-std::string random_profile(std::mt19937 &rng, size_t target) {
-  const char *pieces[] = {"SSID1", "Key", "K", "KeyKey", "=", " ", "\t",
-                          "#",     "\r",  "x", ";",      "SSID1=", "Key="};
-  std::string text;
-  while (text.size() < target) {
-    unsigned kind = rng() % 10;
-    if (kind == 0) {  // a stretch that ends near a cut at 1023 or 2046
-      size_t len = (1 + rng() % 2) * 1023 + rng() % 12 - 6;
-      text.append(len, rng() % 2 ? 'a' : ' ');
-    } else if (kind == 1) {
-      text.push_back('\0');
-    } else {
-      int n = 1 + static_cast<int>(rng() % 5);
-      for (int i = 0; i < n; ++i) text += pieces[rng() % std::size(pieces)];
-    }
-    if (rng() % 3) text.push_back('\n');
-  }
-  return text;
-}
 
 // What conf_get must deliver, worked out with __locate_key and fgets.
 std::string expected_value(const char *key) {
@@ -60,33 +35,6 @@ std::string expected_value(const char *key) {
 }
 
 }  // namespace
-
-TEST_F(ProfileTest, FastSearchAgreesWithLineByLineSearch) {
-  std::mt19937 rng(2024);
-  for (int round = 0; round < 150; ++round) {
-    // Small files are searched whole; large ones through a window.
-    size_t target = round % 3 == 0 ? 20000 + rng() % 30000 : rng() % 4000;
-    std::string text = random_profile(rng, target);
-    profile(text);
-    for (const char *key : kKeys) {
-      std::string want = expected_value(key);
-      std::string got = get(key, 2000);
-      if (want == "<absent>") want = std::string(2000, '?');
-      ASSERT_EQ(got, want) << "round " << round << " key " << key;
-    }
-    // The update replaces that same line.
-    FILE *fp = fopen(kPath, "rb");
-    int off = __locate_key(fp, "Key");
-    fclose(fp);
-    set("Key", "new");
-    std::string now = content();
-    ASSERT_EQ(now.compare(0, static_cast<size_t>(off), text, 0,
-                          static_cast<size_t>(off)),
-              0)
-        << "round " << round;
-    ASSERT_EQ(get("Key", 2000), "new") << "round " << round;
-  }
-}
 
 TEST_F(ProfileTest, KeysAroundTheCutOfLongLines) {
   // A key right at, before and behind the place where a long line is cut,

@@ -258,6 +258,6 @@ TEST_F(ProfileTest, TokensInTheProfile) {
   __quiet = 1;
   r = kivtest::run_in_child([] { conf_set_token(nullptr, 0, "x"); });
   EXPECT_EQ(r.exit_code, 255);
-  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(said(r), "");
   EXPECT_EQ(content(), "A=1;2\nB=3");
 }

@@ -2,6 +2,7 @@
 #ifdef KIV_WIFICONF_PATH
 
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
@@ -64,6 +65,19 @@ TEST_F(ProfileTest, WificonfUsesTheSelectionLink) {
   memset(link, 0, sizeof link);
   ASSERT_GT(readlink("/tmp/.wificonf/current", link, sizeof link - 1), 0);
   EXPECT_STREQ(link, "/tmp/x.dat");
+}
+
+TEST_F(ProfileTest, WificonfWritesWhatTheZoneReads) {
+  const char *zone = "/etc/wireless/kiv/dbdc.b0.dat";
+  Sandbox::write_file(zone, "Default\nSSID1=Old\n", 0600);
+  auto r = wificonf({"-f", zone, "set", "SSID1", " Lab AP "});
+  EXPECT_EQ(r.out, "1\n");
+  char buf[32] = {};
+  EXPECT_EQ(KivNvram("get", "2860", "SSID1", buf, sizeof buf), 0);
+  EXPECT_STREQ(buf, " Lab AP ");
+  struct stat st;
+  ASSERT_EQ(stat(zone, &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
 }
 
 TEST_F(ProfileTest, WificonfFailuresAndCommandLine) {

@@ -165,7 +165,12 @@ TEST_F(UciSection, FailedCommitIsReverted) {
   // Nothing is left staged to surface in a later commit.
   EXPECT_EQ("", Sandbox::read_file("/tmp/.uci/pk"));
 
-  // Where the commit's result is ignored, the call still succeeds.
+  // set_uci_option tells a failed commit; where the commit's result is
+  // ignored, the call still succeeds.
+  out = out_of([] { EXPECT_EQ(-1, set_uci_option("pk", "a", "o", "new")); });
+  EXPECT_NE(std::string::npos,
+            out.find("]: Failed to commit changes for option: pk\n"));
+  EXPECT_EQ(0, set_uci_option_value("pk", "a", "o", "new"));
   EXPECT_EQ(0, add_uci_list(nullptr, "pk", "a", "l", "x"));
   EXPECT_EQ(0, delUciOption(nullptr, "pk", "a", "k"));
   EXPECT_EQ(0, del_uci_sections("pk", "pk", "a"));

@@ -3,12 +3,16 @@
 #include "kiv/wifi.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
 #include <stdint.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "sandbox.hpp"
@@ -309,51 +313,58 @@ TEST_F(WifiSurvey, ReadsFrequenciesAtEachCall) {
 
 // ---- the scan request ------------------------------------------------------
 
-// A fake configuration daemon.  Request and reply share one FIFO, so this
-// one puts its reply in ahead of the request: the caller then reads the
-// reply, and the daemon takes the request behind it.
-class FakeDaemon {
- public:
-  explicit FakeDaemon(int32_t reply) {
-    fd_ = open(kFifo, O_RDWR | O_CLOEXEC);
-    EXPECT_GE(fd_, 0);
-    EXPECT_EQ(write(fd_, &reply, sizeof reply), 4);
-  }
-  ~FakeDaemon() { close(fd_); }
-  // The request the caller wrote behind the reply.
-  std::vector<int32_t> request() {
-    std::vector<int32_t> words(3, -1);
-    EXPECT_EQ(read(fd_, words.data(), 12), 12);
-    return words;
-  }
-
- private:
-  int fd_ = -1;
-};
-
-TEST_F(WifiSurvey, ScanRequestOverTheFifo) {
+// A daemon that answers after it has read the request.  Request and reply
+// share the FIFO, so the daemon must take the request before the caller
+// reads: it is a real-time thread on the caller's processor, which runs
+// the moment the request is written.
+TEST_F(WifiSurvey, DaemonAnswersAfterTheRequest) {
   ASSERT_EQ(mkfifo(kFifo, 0600), 0);
-  int fds = kivtest::open_fd_count();
-  {
-    FakeDaemon daemon(7);
-    EXPECT_EQ(wifi_list_scan_start(2, 9), 7);
-    EXPECT_EQ(daemon.request(), (std::vector<int32_t>{0, 2, 9}));
-  }
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(sched_getcpu(), &one);
+  cpu_set_t saved;
+  ASSERT_EQ(sched_getaffinity(0, sizeof saved, &saved), 0);
+  ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+
+  int fd = open(kFifo, O_RDWR | O_CLOEXEC);
+  ASSERT_GE(fd, 0);
+  std::atomic<int> state{0};  // 1 waiting for the request, -1 no priority
+  int32_t request[3] = {-1, -1, -1};
+  std::thread daemon([&] {
+    sched_param prio{};
+    prio.sched_priority = 1;
+    if (pthread_setschedparam(pthread_self(), SCHED_FIFO, &prio) != 0) {
+      state = -1;
+      return;
+    }
+    state = 1;
+    ssize_t got = read(fd, request, sizeof request);
+    int32_t reply = got == 12 ? request[1] * 100 + request[2] : -99;
+    EXPECT_EQ(write(fd, &reply, sizeof reply), 4);
+  });
+  while (state == 0) sched_yield();
+  int result = state == 1 ? wifi_list_scan_start(3, 4) : 0;
+  daemon.join();
+  close(fd);
+  sched_setaffinity(0, sizeof saved, &saved);
+  if (state == -1) GTEST_SKIP() << "no real-time priority for the daemon";
+
+  EXPECT_EQ(result, 304);
+  EXPECT_EQ(request[0], 0);
+  EXPECT_EQ(request[1], 3);
+  EXPECT_EQ(request[2], 4);
   std::string console = Sandbox::console();
   EXPECT_NE(console.find("[kiv-info][wifi_scan_msg_send_recv:"),
             std::string::npos);
   EXPECT_NE(console.find("] snd_ret:12, msglen:12\n\n"), std::string::npos)
       << console;
-  EXPECT_NE(console.find("] rcv_ret:4, rcv_len:4, result:7\n\n"),
+  EXPECT_NE(console.find("] rcv_ret:4, rcv_len:4, result:304\n\n"),
             std::string::npos)
       << console;
-  {
-    FakeDaemon daemon(-5);
-    EXPECT_EQ(wifi_list_scan_start(-1, 0x7fffffff), -5);
-    EXPECT_EQ(daemon.request(), (std::vector<int32_t>{0, -1, 0x7fffffff}));
-  }
+
   // No daemon: the FIFO still opens, and the caller reads back the first
   // word of its own request.
+  int fds = kivtest::open_fd_count();
   EXPECT_EQ(wifi_list_scan_start(1, 1), 0);
   EXPECT_EQ(kivtest::open_fd_count(), fds);
 }
