@@ -94,8 +94,9 @@ KIV_EXPORT unsigned char *base64_encode(const unsigned char *src, size_t len,
 /*
  * Decodes Base64 text src[0..len), skipping every byte outside the alphabet
  * and '='.  Decoding stops at the first group with padding.  Returns the
- * malloc'd bytes (free() them), followed by a NUL, and their number in
- * *out_len when out_len is not NULL; NULL when the text is refused (no
+ * malloc'd bytes (free() them) and their number in *out_len when out_len
+ * is not NULL; the buffer always holds a NUL somewhere behind those bytes,
+ * but a '=' inside a group can leave other bytes between them and it; NULL when the text is refused (no
  * groups, a partial group, a group of three or four '=') or out of memory.
  */
 KIV_EXPORT unsigned char *base64_decode(const unsigned char *src, size_t len,

@@ -146,7 +146,8 @@ int aetimer_event_add(min_heap *heap, aeTimeEvent *e) {
     uint32_t doubled = heap->capacity != 0 ? heap->capacity * 2 : 32;
     if (heap->capacity > UINT32_MAX / 2) doubled = UINT32_MAX;
     uint32_t want = doubled > heap->size + 1 ? doubled : heap->size + 1;
-    if (heap->size == UINT32_MAX || want > SIZE_MAX / sizeof(aeTimeEvent *))
+    if (heap->size == UINT32_MAX ||
+        static_cast<size_t>(want) > SIZE_MAX / sizeof(aeTimeEvent *))
       return -1;
     void *grown = realloc(heap->elements, want * sizeof(aeTimeEvent *));
     if (grown == nullptr) return -1;
