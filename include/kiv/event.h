@@ -145,8 +145,9 @@ KIV_EXPORT void aeDeleteEventLoop(aeEventLoop *eventLoop);
 KIV_EXPORT int aeGetSetSize(aeEventLoop *eventLoop);
 
 /*
- * Changes the set size: 0, or -1 (nothing changed) when setsize is 1024 or
- * more, not above the highest registered descriptor, or memory runs out.
+ * Changes the set size: 0, or -1 (nothing changed) when setsize is below 1,
+ * 1024 or more, not above the highest registered descriptor, or memory runs
+ * out.
  */
 KIV_EXPORT int aeResizeSetSize(aeEventLoop *eventLoop, int setsize);
 

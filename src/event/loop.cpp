@@ -44,8 +44,11 @@ void aeSetDeadline(int64_t milliseconds, aeTimeEvent *te) {
     ms -= 1000;
     sec += 1;
   }
-  // The record holds 32-bit fields: keep the low bits as the ABI does.
-  te->whenSec = static_cast<int32_t>(static_cast<uint32_t>(sec));
+  // The record holds 32-bit seconds: a delay past their range stays at its
+  // end rather than wrapping round to a deadline that is already due.
+  if (sec > INT32_MAX) sec = INT32_MAX;
+  if (sec < INT32_MIN) sec = INT32_MIN;
+  te->whenSec = static_cast<int32_t>(sec);
   te->whenMs = static_cast<int32_t>(ms);
 }
 

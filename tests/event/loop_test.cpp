@@ -263,6 +263,10 @@ TEST(Loop, TimerResultsDisarmRearmOrRepeat) {
   EXPECT_GE(te.whenSec, before + 60);
   EXPECT_LE(te.whenSec, uptime() + 60);
   EXPECT_EQ(aeProcessEvents(el, AE_TIME_EVENTS | AE_DONT_WAIT), 0);
+  // The longest delay stays the farthest deadline, never one already due.
+  ASSERT_EQ(aeModifyTimeEvent(el, INT64_MAX, &te), 0);
+  EXPECT_EQ(te.whenSec, INT32_MAX);
+  EXPECT_EQ(aeProcessEvents(el, AE_TIME_EVENTS | AE_DONT_WAIT), 0);
   EXPECT_EQ(aeDeleteTimeEvent(el, &te), 0);
   EXPECT_EQ(aeDeleteTimeEvent(el, &te), -1);
 
