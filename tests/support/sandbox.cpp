@@ -45,8 +45,10 @@ struct State {
 };
 
 State &state() {
-  static State s;
-  return s;
+  // Never destroyed: the syslog reader may still run while the process
+  // exits.
+  static State *s = new State;
+  return *s;
 }
 
 std::string errtext(const std::string &what) {
