@@ -58,8 +58,8 @@ KIV_EXPORT int use_profile(const char *path, const char *alias);
  * 'use "wificonf use <profile>" first' (unless __quiet) and ends the process
  * with exit(-1); a path that is no link prints the hint and returns NULL.
  * The link text lives in a buffer owned by the store: do not free it.  It
- * stays valid until a later call finds a different link text (conf_get and
- * the other store functions call this too), so copy it to keep it.
+ * stays valid for the life of the process; each distinct text is kept once,
+ * so repeated calls for the same selection allocate nothing.
  */
 KIV_EXPORT char *__get_profile(const char *link);
 

@@ -34,10 +34,14 @@ extern "C" {
 
 unsigned char *base64_encode(const unsigned char *src, size_t len,
                              size_t *out_len) {
-  size_t olen = len * 4 / 3 + 4;  // wraps for huge len: caught below
-  olen += olen / 72;
-  if (len > olen + 1 || olen + 2 < olen) return nullptr;
-  unsigned char *out = static_cast<unsigned char *>(malloc(olen + 2));
+  // Sizes are reckoned in 32 bits, as on the target, also where size_t is
+  // wider: 4 * len wraps for a len of 2^30 or more, and the guard below then
+  // refuses it.
+  uint32_t olen = static_cast<uint32_t>(len) * 4u / 3u + 4u;
+  olen += olen / 72u;
+  if (len > static_cast<size_t>(olen) + 1) return nullptr;
+  unsigned char *out =
+      static_cast<unsigned char *>(malloc(static_cast<size_t>(olen) + 2));
   if (out == nullptr) return nullptr;
 
   unsigned char *pos = out;

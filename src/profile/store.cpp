@@ -29,9 +29,14 @@ constexpr const char kHint[] = "use \"wificonf use <profile>\" first\n";
 constexpr const char kZone2860[] = "/etc/wireless/kiv/dbdc.b0.dat";
 constexpr const char kZoneRtdev[] = "/etc/wireless/kiv/dbdc.b1.dat";
 
-// The last link text handed out by __get_profile(): replaced by the next
-// call with a different text, so a long-running caller holds one at most.
-char *g_link_text = nullptr;
+// Every link text __get_profile() has handed out, each text once.  Callers
+// never free the result and may keep it, so a text stays for the life of
+// the process; asking again for a selection already seen allocates nothing.
+struct LinkText {
+  LinkText *next;
+  char *text;  // in the same allocation, behind the node
+};
+LinkText *g_link_texts = nullptr;
 
 }  // namespace
 
@@ -205,22 +210,25 @@ char *__get_profile(const char *link) {
     exit(-1);
   }
   size_t cap = static_cast<size_t>(st.st_size) + 1;
-  char *text = static_cast<char *>(malloc(cap));
-  if (text == nullptr) PROFILE_FATAL("profile");
+  LinkText *node = static_cast<LinkText *>(malloc(sizeof(LinkText) + cap));
+  if (node == nullptr) PROFILE_FATAL("profile");
+  char *text = reinterpret_cast<char *>(node + 1);
   ssize_t r = readlink(link, text, cap);
   if (r < 0) {
-    free(text);
+    free(node);
     if (!__quiet) fputs(kHint, stderr);
     return nullptr;
   }
   text[static_cast<size_t>(r) < cap ? static_cast<size_t>(r) : cap - 1] = '\0';
-  // Hand out the same buffer while the selection stays the same.
-  if (g_link_text && strcmp(g_link_text, text) == 0) {
-    free(text);
-    return g_link_text;
+  for (LinkText *t = g_link_texts; t != nullptr; t = t->next) {
+    if (strcmp(t->text, text) == 0) {
+      free(node);
+      return t->text;
+    }
   }
-  free(g_link_text);
-  g_link_text = text;
+  node->text = text;
+  node->next = g_link_texts;
+  g_link_texts = node;
   return text;
 }
 

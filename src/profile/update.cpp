@@ -215,11 +215,11 @@ int conf_set_token(const char *key, int idx, const char *value) {
   if (value == nullptr) PROFILE_FATAL("value");
   unsigned char *decoded = nullptr;
   if (__base64) {
-    size_t dlen = 0;
+    // A token is text: the value runs to the first NUL of the decoded
+    // buffer, whatever the decoded length says.
     decoded = base64_decode(reinterpret_cast<const unsigned char *>(value),
-                            strlen(value), &dlen);
+                            strlen(value), nullptr);
     if (decoded == nullptr) PROFILE_FATAL("value");
-    decoded[dlen] = '\0';  // only the decoded bytes, up to a NUL among them
     value = reinterpret_cast<const char *>(decoded);
   }
   const char *profile = __get_profile(nullptr);

@@ -56,6 +56,13 @@ TEST(Base64, EncoderWrapsAt72) {
   ASSERT_NE(empty, nullptr);
   EXPECT_EQ(empty[0], '\0');
   free(empty);
+
+  // 4 x 2^30 wraps to 0 in 32 bits: refused before any input is read.
+  size_t n = 99;
+  EXPECT_EQ(base64_encode(reinterpret_cast<const unsigned char *>("x"),
+                          size_t{1} << 30, &n),
+            nullptr);
+  EXPECT_EQ(n, 99u);
 }
 
 TEST(Base64, RoundTripEveryLength) {

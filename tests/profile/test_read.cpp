@@ -148,6 +148,9 @@ TEST_F(ProfileTest, GetProfileFollowsLinkOrOverride) {
   use_profile("/tmp/b.dat", nullptr);
   EXPECT_STREQ(__get_profile(nullptr), "/tmp/b.dat");
   EXPECT_EQ(get("K"), "b");
+  EXPECT_STREQ(first, "/tmp/a.dat") << "a text handed out stays valid";
+  use_profile("/tmp/a.dat", nullptr);
+  EXPECT_EQ(__get_profile(nullptr), first);
 
   // The override wins, the link is not even looked at.
   char path[] = "/tmp/a.dat";

@@ -174,6 +174,9 @@ TEST_F(ProfileTest, Base64ValuesKeepEveryByte) {
   profile("L=1;2;3\n");
   EXPECT_EQ(conf_set_token("L", 1, b64(std::string("x\0y", 3)).c_str()), 0);
   EXPECT_EQ(content(), "L=1;x;3\n");
+  // ...and not at the decoded length: "QR==" leaves 0x10 behind the 'A'.
+  EXPECT_EQ(conf_set_token("L", 2, "QR=="), 0);
+  EXPECT_EQ(content(), "L=1;x;A\x10\n");
   auto r = kivtest::run_in_child([] { conf_set_token("L", 0, "*"); });
   EXPECT_EQ(r.exit_code, 255);
   EXPECT_TRUE(r.err.starts_with("assert failure: value, ")) << r.err;
