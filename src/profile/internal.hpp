@@ -7,6 +7,8 @@
 #include <string.h>
 #include <sys/types.h>
 
+#include "util.hpp"
+
 namespace kiv::profile {
 
 // Size of the key search's line buffer (it sees 1023 bytes at a time) and
@@ -125,17 +127,32 @@ class ChunkReader {
 bool find_line(ChunkReader &reader, const char *key, const char **text,
                size_t *len);
 
-// Reads the whole profile into a malloc'd image with a NUL behind it, with
-// the update's fatal checks; frees `extra` before any fatal report.
+// The whole profile in a malloc'd image with a NUL behind it, read under
+// the exclusive lock that `file` holds until the rewrite is done.
 struct Image {
   char *data;
   size_t len;
 };
-Image load_image(const char *profile, void *extra, const char *func);
 
-// Replaces the profile with data[0..len); fatal (freeing a, b, c) on failure,
-// with the old file left as it was.
-void commit_image(const char *profile, const char *data, size_t len,
-                  const char *func, void *a, void *b, void *c);
+// Opens and locks the profile for a read-modify-write and reads it, with
+// the update's fatal checks in the caller's order: conf_set opens first
+// (open_first), conf_set_token looks at the size first.  `search` is the
+// condition of the position step, reported for a stream that can not
+// seek.  Frees `extra` before any fatal report.
+Image load_image(const char *profile, kiv::LockedFile &file, void *extra,
+                 const char *func, bool open_first, const char *search);
+
+// Replaces the profile with data[0..len); fatal (freeing img.data, b and
+// c) on failure, with the old file left as it was.
+void commit_image(const char *profile, kiv::LockedFile &file, Image img,
+                  const char *data, size_t len, const char *func, void *b,
+                  void *c);
+
+// Opens and share-locks the profile for a read; fatal "fp" when it can
+// not be opened, `search` when it can not seek.  The key is checked
+// between the two, as the key search checks it before it seeks.
+void open_for_read(const char *profile, const char *key,
+                   kiv::LockedFile &file, const char *func,
+                   const char *search);
 
 }  // namespace kiv::profile

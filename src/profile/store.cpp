@@ -258,11 +258,10 @@ int conf_get(const char *key, char *out, size_t size) {
   }
   const char *profile = __get_profile(nullptr);
   if (profile == nullptr) PROFILE_FATAL("profile");
-  kiv::Fd fd(open(profile, O_RDONLY | O_CLOEXEC));
-  if (!fd) PROFILE_FATAL("fp");
-  check_search_args(true, key);
+  kiv::LockedFile file;
+  open_for_read(profile, key, file, __func__, "offset >= 0");
 
-  ChunkReader reader(fd.get());
+  ChunkReader reader(file.fd.get());
   const char *p;
   size_t n;
   if (!find_line(reader, key, &p, &n)) return 0;

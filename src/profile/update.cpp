@@ -16,31 +16,34 @@
 
 namespace kiv::profile {
 
-namespace {
-
-// Opens and checks the size in the order the caller reports its checks:
-// conf_set opens first, conf_set_token looks at the size first.
-Image load_image_ordered(const char *profile, void *extra, const char *func,
-                         bool open_first) {
-  Fd fd;
-  if (open_first) {
-    fd.reset(open(profile, O_RDONLY | O_CLOEXEC));
-    if (!fd) fatal("fp", func, __LINE__, extra);
+void open_for_read(const char *profile, const char *key, LockedFile &file,
+                   const char *func, const char *search) {
+  if (open_locked(profile, false, &file) != 0) fatal("fp", func, __LINE__);
+  check_search_args(true, key);
+  if (!file.seekable) {
+    errno = ESPIPE;
+    fatal(search, func, __LINE__);
   }
+}
+
+Image load_image(const char *profile, LockedFile &file, void *extra,
+                 const char *func, bool open_first, const char *search) {
   struct stat sb;
-  if ((open_first ? fstat(fd.get(), &sb) : stat(profile, &sb)) != 0)
+  if (!open_first && stat(profile, &sb) != 0)
     fatal("stat(profile, &sb) == 0", func, __LINE__, extra);
-  size_t size = static_cast<size_t>(sb.st_size);
+  if (open_locked(profile, true, &file) != 0)
+    fatal("fp", func, __LINE__, extra);
+  if (!file.seekable) {
+    errno = ESPIPE;
+    fatal(search, func, __LINE__, extra);
+  }
+  size_t size = static_cast<size_t>(file.st.st_size);
   char *data = static_cast<char *>(malloc(size + 1));
   if (data == nullptr) fatal("buffer", func, __LINE__, extra);
   data[size] = '\0';
-  if (!open_first) {
-    fd.reset(open(profile, O_RDONLY | O_CLOEXEC));
-    if (!fd) fatal("fp", func, __LINE__, extra, data);
-  }
   size_t got = 0;
   while (got < size) {
-    ssize_t r = read(fd.get(), data + got, size - got);
+    ssize_t r = read(file.fd.get(), data + got, size - got);
     if (r < 0 && errno == EINTR) continue;
     if (r <= 0) break;
     got += static_cast<size_t>(r);
@@ -49,23 +52,17 @@ Image load_image_ordered(const char *profile, void *extra, const char *func,
   return Image{data, size};
 }
 
-}  // namespace
-
-Image load_image(const char *profile, void *extra, const char *func) {
-  return load_image_ordered(profile, extra, func, false);
-}
-
-void commit_image(const char *profile, const char *data, size_t len,
-                  const char *func, void *a, void *b, void *c) {
-  if (replace_file(profile, data, len) == 0) return;
+void commit_image(const char *profile, LockedFile &file, Image img,
+                  const char *data, size_t len, const char *func, void *b,
+                  void *c) {
+  RewriteFailure failed =
+      rewrite_locked(profile, file, data, len, img.data, img.len);
+  if (failed == RewriteFailure::kNone) return;
   int err = errno;
   free(c);
   errno = err;
-  // A file that could not be made is the open's failure; one that could
-  // not be filled and put in place is the write's.
-  bool write_failed =
-      err == ENOSPC || err == EDQUOT || err == EFBIG || err == EIO;
-  fatal(write_failed ? "ret == nbytes" : "fp", func, __LINE__, a, b);
+  fatal(failed == RewriteFailure::kOpen ? "fp" : "ret == nbytes", func,
+        __LINE__, img.data, b);
 }
 
 }  // namespace kiv::profile
@@ -86,7 +83,9 @@ int conf_set(const char *key, const char *value) {
   }
   const char *profile = __get_profile(nullptr);
   if (profile == nullptr) PROFILE_FATAL("profile", decoded);
-  Image img = load_image_ordered(profile, decoded, __func__, true);
+  kiv::LockedFile file;
+  Image img =
+      load_image(profile, file, decoded, __func__, true, "nbytes >= 0");
   if (key == nullptr) {
     free(img.data);
     free(decoded);
@@ -134,7 +133,7 @@ int conf_set(const char *key, const char *value) {
   *w++ = '\n';
   memcpy(w, img.data + rest, img.len - rest);
 
-  commit_image(profile, out, total, __func__, img.data, decoded, out);
+  commit_image(profile, file, img, out, total, __func__, decoded, out);
   free(out);
   free(img.data);
   free(decoded);
@@ -192,10 +191,10 @@ int conf_get_token(const char *key, int idx) {
   if (idx < 0) PROFILE_FATAL("idx >= 0");
   const char *profile = __get_profile(nullptr);
   if (profile == nullptr) PROFILE_FATAL("profile");
-  kiv::Fd fd(open(profile, O_RDONLY | O_CLOEXEC));
-  if (!fd) PROFILE_FATAL("fp");
+  kiv::LockedFile file;
+  open_for_read(profile, key, file, __func__, "offset>=0");
 
-  ChunkReader reader(fd.get());
+  ChunkReader reader(file.fd.get());
   const char *p;
   size_t n;
   if (!find_line(reader, key, &p, &n)) return 0;
@@ -224,7 +223,9 @@ int conf_set_token(const char *key, int idx, const char *value) {
   }
   const char *profile = __get_profile(nullptr);
   if (profile == nullptr) PROFILE_FATAL("profile", decoded);
-  Image img = load_image(profile, decoded, __func__);
+  kiv::LockedFile file;
+  Image img =
+      load_image(profile, file, decoded, __func__, false, "nbytes>=0");
   size_t nbytes = locate_in_image(img.data, img.len, key);
 
   char *line = img.data + nbytes;
@@ -233,6 +234,7 @@ int conf_set_token(const char *key, int idx, const char *value) {
   size_t line_end = lf ? static_cast<size_t>(lf - img.data) : img.len;
   img.data[line_end] = '\0';
   char *changed = __set_token(line, idx, value);
+  if (lf) img.data[line_end] = '\n';  // the image stays the old file
   if (changed == nullptr) PROFILE_FATAL("buffer", img.data, decoded);
   if (changed == line) {
     // An absent key: nothing to store, and the file stays as it is.
@@ -254,7 +256,7 @@ int conf_set_token(const char *key, int idx, const char *value) {
   memcpy(out + nbytes + clen + 1, img.data + rest, img.len - rest);
   free(changed);
 
-  commit_image(profile, out, total, __func__, img.data, decoded, out);
+  commit_image(profile, file, img, out, total, __func__, decoded, out);
   free(out);
   free(img.data);
   free(decoded);

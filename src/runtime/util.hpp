@@ -1,7 +1,8 @@
 // Internal helpers shared by every subsystem of the library: log macros
 // that pass the caller's function and line, bounded formatting into fixed
 // buffers, move-only guards for descriptors, streams and directories, and
-// whole-file read and crash-safe replace.  Nothing here is exported.
+// whole-file read and the locked, crash-safe rewrite.  Nothing here is
+// exported.
 #pragma once
 
 #include <dirent.h>
@@ -9,6 +10,7 @@
 #include <stdarg.h>
 #include <stddef.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -158,12 +160,42 @@ class Dir {
 // cannot be opened or read.
 ssize_t read_file(const char *path, char *buf, size_t size);
 
-// Replaces the file at target (symbolic links followed, so a linked file
-// stays the same file) with len bytes of data: a temporary file in the same
-// directory is written, flushed to disk, given the old file's mode and
-// renamed over the target.  On failure the temporary file is removed, the
-// old file is left byte for byte, and -1 is returned with errno set.
-int replace_file(const char *target, const void *data, size_t len);
+// A file held under an advisory lock (flock) for a read or a
+// read-modify-write.  The lock is on the open file, and a writer checks
+// after locking that the path still names that file, so a rename by
+// another writer can not leave it holding a lock on an orphan.
+struct LockedFile {
+  Fd fd;
+  struct stat st {};      // of the open file, taken under the lock
+  bool seekable = false;  // false for a FIFO or a socket: nothing is locked
+  bool writable = false;  // opened read-write
+  int write_errno = 0;    // why not, when !writable
+};
+
+// Opens path (links followed) and locks it, shared for a reader, exclusive
+// for a writer.  A writer asks for write access and, where the file's
+// rights refuse it, goes on read-only, so that the caller can make its
+// checks in order and report the refusal where it writes.  Opening never
+// waits for a FIFO's other end.  Returns 0, or -1 with errno when the file
+// cannot be opened at all.
+int open_locked(const char *path, bool writer, LockedFile *f);
+
+// What rewrite_locked() could not do.
+enum class RewriteFailure { kNone, kOpen, kWrite };
+
+// Replaces the content of the file that f locks (opened at path by
+// open_locked as a writer) with data[0..len).  The file stays the same
+// file: owner, group, mode, hard links and the target of a link at path.
+// A regular file with one link gets a new file beside it, synced and
+// renamed over it (all or nothing, also on power loss) where that keeps
+// its owner, group and mode; any other file is rewritten in place after
+// the room for the new content is reserved.  On failure errno is set: a
+// file that may not be written is kOpen and is not touched, and a write
+// that fails (a full disk) is kWrite, with the old content old[0..oldlen)
+// left or put back and no stray file.
+RewriteFailure rewrite_locked(const char *path, LockedFile &f,
+                              const void *data, size_t len, const void *old,
+                              size_t oldlen);
 
 }  // namespace kiv
 

@@ -1,14 +1,6 @@
 // The scalar update, token lists and the crash-safe rewrite.
-#include <dirent.h>
-#include <errno.h>
-#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <set>
 
 #include "profile_test.hpp"
 
@@ -23,16 +15,6 @@ std::string b64(const std::string &bytes) {
   std::string s(reinterpret_cast<char *>(t), n);
   free(t);
   return s;
-}
-
-std::set<std::string> dir_names(const char *dir) {
-  std::set<std::string> names;
-  if (DIR *d = opendir(dir)) {
-    while (dirent *e = readdir(d))
-      if (e->d_name[0] != '.') names.insert(e->d_name);
-    closedir(d);
-  }
-  return names;
 }
 
 std::string token_out(const char *key, int idx) {
@@ -79,77 +61,6 @@ TEST_F(ProfileTest, SetAbsentKeyAfterLastLineWithoutLineFeed) {
   profile("");
   EXPECT_EQ(set("C", "3"), "1\n");
   EXPECT_EQ(content(), "C=3\n");
-}
-
-TEST_F(ProfileTest, SetKeepsLinkAndModeAndLeavesNoTempFile) {
-  Sandbox::write_file("/tmp/real/p.dat", "SSID1=a\nChannel=6\n", 0640);
-  ASSERT_EQ(symlink("/tmp/real/p.dat", "/tmp/link.dat"), 0);
-  char path[] = "/tmp/link.dat";
-  __profile = path;
-  EXPECT_EQ(set("Channel", "11"), "1\n");
-
-  struct stat st;
-  ASSERT_EQ(lstat("/tmp/link.dat", &st), 0);
-  EXPECT_TRUE(S_ISLNK(st.st_mode)) << "the link stays a link";
-  ASSERT_EQ(stat("/tmp/real/p.dat", &st), 0);
-  EXPECT_EQ(st.st_mode & 07777, 0640u);
-  EXPECT_EQ(Sandbox::read_file("/tmp/real/p.dat"), "SSID1=a\nChannel=11\n");
-  EXPECT_EQ(dir_names("/tmp/real"), std::set<std::string>{"p.dat"});
-
-  // conf_set never creates a profile.
-  char missing[] = "/tmp/none.dat";
-  __profile = missing;
-  auto r = kivtest::run_in_child([] { conf_set("K", "v"); });
-  EXPECT_EQ(r.exit_code, 255);
-  EXPECT_TRUE(r.err.starts_with(
-      "assert failure: fp, No such file or directory, conf_set L"))
-      << r.err;
-  EXPECT_EQ(r.out, "");
-  EXPECT_FALSE(Sandbox::exists(missing));
-}
-
-TEST_F(ProfileTest, FullDiskLeavesTheOldFileByteForByte) {
-  // A tiny file system of four pages: the profile takes one, a filler the
-  // rest, so the new content can not be written anywhere.
-  Sandbox::mkdirs("/tmp/full");
-  ASSERT_EQ(mount("tmpfs", "/tmp/full", "tmpfs", 0, "size=16k,nr_inodes=16"), 0)
-      << strerror(errno);
-  std::string old;
-  for (int i = 0; old.size() < 3000; ++i)
-    old += "Key" + std::to_string(i) + "=value " + std::to_string(i) + "\n";
-  Sandbox::write_file("/tmp/full/p.dat", old, 0600);
-  int fd = open("/tmp/full/filler", O_WRONLY | O_CREAT, 0600);
-  ASSERT_GE(fd, 0);
-  char block[512];
-  memset(block, 'x', sizeof block);
-  while (write(fd, block, sizeof block) > 0) {
-  }
-  close(fd);
-
-  char path[] = "/tmp/full/p.dat";
-  __profile = path;
-  auto r = kivtest::run_in_child([] { conf_set("Key3", "a new value"); });
-  EXPECT_EQ(r.exit_code, 255);
-  EXPECT_TRUE(r.err.starts_with(
-      "assert failure: ret == nbytes, No space left on device, conf_set L"))
-      << r.err;
-  EXPECT_EQ(Sandbox::read_file(path), old);
-  EXPECT_EQ(dir_names("/tmp/full"),
-            (std::set<std::string>{"filler", "p.dat"}))
-      << "no temporary file is left behind";
-
-  r = kivtest::run_in_child([] { conf_set_token("Key5", 0, "x"); });
-  EXPECT_EQ(r.exit_code, 255);
-  EXPECT_TRUE(r.err.starts_with("assert failure: ret == nbytes, ")) << r.err;
-  EXPECT_EQ(Sandbox::read_file(path), old);
-  EXPECT_EQ(dir_names("/tmp/full"),
-            (std::set<std::string>{"filler", "p.dat"}));
-
-  // With room again the same update goes through.
-  unlink("/tmp/full/filler");
-  EXPECT_EQ(set("Key3", "a new value"), "1\n");
-  EXPECT_EQ(get("Key3"), "a new value");
-  umount("/tmp/full");
 }
 
 TEST_F(ProfileTest, Base64ValuesKeepEveryByte) {

@@ -2,6 +2,7 @@
 #include "sandbox.hpp"
 
 #include <dirent.h>
+#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <sched.h>
@@ -9,6 +10,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <grp.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
@@ -425,6 +427,14 @@ ChildResult run_in_child(const std::function<void()> &fn) {
   return res;
 }
 
+bool g_no_reserve = false;
+
+void become(uid_t uid, gid_t gid) {
+  if (setgroups(0, nullptr) != 0 || setresgid(gid, gid, gid) != 0 ||
+      setresuid(uid, uid, uid) != 0)
+    _exit(99);
+}
+
 int open_fd_count() {
   int n = 0;
   DIR *d = opendir("/proc/self/fd");
@@ -449,4 +459,16 @@ const pid_t g_test_pid = getpid();
 extern "C" __attribute__((visibility("default"), used)) int
 __lsan_is_turned_off() {
   return getpid() != g_test_pid;
+}
+
+// With 64-bit file offsets on a 32-bit system the header names the call
+// posix_fallocate64, and so does this definition.
+extern "C" __attribute__((visibility("default"))) int posix_fallocate(
+    int fd, off_t at, off_t len) {
+  if (kivtest::g_no_reserve) return EOPNOTSUPP;
+  using Fn = int (*)(int, off_t, off_t);
+  static const Fn real = reinterpret_cast<Fn>(dlsym(
+      RTLD_NEXT, sizeof(off_t) > sizeof(long) ? "posix_fallocate64"
+                                              : "posix_fallocate"));
+  return real(fd, at, len);
 }

@@ -100,6 +100,15 @@ struct ChildResult {
 // its exit and output.  A child that returns from fn exits with 0.
 ChildResult run_in_child(const std::function<void()> &fn);
 
+// In a child: drops root for uid and gid (no supplementary groups); a
+// failure ends the child with status 99.
+void become(uid_t uid, gid_t gid);
+
+// While set, posix_fallocate() fails with EOPNOTSUPP in this program and
+// its children, as on file systems that can not reserve room (programs
+// that use it export their symbols, so the libraries call this one).
+extern bool g_no_reserve;
+
 // Number of open descriptors of this process (from /proc/self/fd).
 int open_fd_count();
 

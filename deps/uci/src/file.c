@@ -277,48 +277,153 @@ static int save_deltas(struct uci_context *ctx, struct uci_package *p)
 	return 0;
 }
 
-/* Writes p in the canonical form over target: a locked temporary file in
- * the configuration directory, synced, given the old file's mode, renamed
- * over the real path of target. */
-int ucii_write_file(struct uci_context *ctx, struct uci_package *p, const char *target)
+/* Opens path read-write (created if missing) under an exclusive lock and
+ * makes sure that the path still names the locked file: a committer that
+ * waited for the lock while another renamed a new file over the path would
+ * otherwise read and replace a file that is already gone. */
+static int open_locked(const char *path, struct stat *st)
 {
+	for (;;) {
+		struct stat now;
+		int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, UCI_FILEMODE);
+		if (fd < 0)
+			return -1;
+		while (flock(fd, LOCK_EX) && errno == EINTR)
+			;
+		if (fstat(fd, st)) {
+			close_keep_errno(fd);
+			return -1;
+		}
+		if (!stat(path, &now) && now.st_dev == st->st_dev && now.st_ino == st->st_ino)
+			return fd;
+		close(fd);
+	}
+}
+
+static int pwrite_all(int fd, const char *buf, size_t len)
+{
+	off_t at = 0;
+	while (len) {
+		ssize_t w = pwrite(fd, buf, len, at);
+		if (w < 0 && errno == EINTR)
+			continue;
+		if (w <= 0)
+			return -1;
+		buf += w;
+		at += w;
+		len -= (size_t)w;
+	}
+	return 0;
+}
+
+/* A new file beside the old one, synced and renamed over it: 0 when done,
+ * 1 when that would change the file's owner, group, mode or links (the
+ * caller then rewrites in place), UCI_ERR_IO when it could not be written. */
+static int replace_by_rename(struct uci_context *ctx, struct uci_package *p,
+		const char *target, const struct stat *st, const char *buf, size_t len)
+{
+	struct stat now;
 	char *tmp, *real;
 	size_t n;
-	mode_t mode;
-	FILE *f;
-	int fd, rc = 0;
+	int fd, rc = 1;
 
+	if (!S_ISREG(st->st_mode) || st->st_nlink != 1)
+		return 1;
 	n = strlen(ctx->confdir) + strlen(p->e.name) + 16;
 	tmp = malloc(n);
-	if (!tmp)
-		return UCI_ERR_MEM;
-	snprintf(tmp, n, "%s/.%s.uci-XXXXXX", ctx->confdir, p->e.name);
-	fd = mkstemp(tmp);
-	if (fd < 0) {
-		free(tmp);
-		return UCI_ERR_IO;
-	}
-	flock(fd, LOCK_EX);
-	f = fdopen(fd, "w");
-	if (!f) {
-		close(fd);
-		unlink(tmp);
-		free(tmp);
-		return UCI_ERR_IO;
-	}
-	ucii_write_package(ctx, f, p, false);
-	mode = mode_of(target, UCI_FILEMODE);
-	if (fflush(f) || fsync(fd) || fchmod(fd, mode))
-		rc = UCI_ERR_IO;
-	if (fclose(f))
-		rc = UCI_ERR_IO;
 	real = realpath(target, NULL);
-	if (!rc && rename(tmp, real ? real : target))
+	if (!tmp || !real)
+		goto out;
+	snprintf(tmp, n, "%s/.%s.uci-XXXXXX", ctx->confdir, p->e.name);
+	fd = mkostemp(tmp, O_CLOEXEC);
+	if (fd < 0)
+		goto out;
+	/* Owner first: a change of owner clears the set-id bits of the mode. */
+	if (!fstat(fd, &now) &&
+	    ((now.st_uid == st->st_uid && now.st_gid == st->st_gid) ||
+	     !fchown(fd, st->st_uid, st->st_gid)) &&
+	    !fchmod(fd, st->st_mode & 07777)) {
 		rc = UCI_ERR_IO;
+		if (!pwrite_all(fd, buf, len) && !fsync(fd)) {
+			/* A sticky directory may still refuse to drop the old name. */
+			rc = rename(tmp, real) ? 1 : 0;
+		}
+	}
+	close(fd);
 	if (rc)
 		unlink(tmp);
+out:
 	free(real);
 	free(tmp);
+	return rc;
+}
+
+/* Rewrites the locked file fd in place, after reserving the room for the
+ * new content; a write that fails puts the old content back. */
+static int rewrite_in_place(int fd, const struct stat *st, const char *buf, size_t len)
+{
+	size_t oldlen;
+	char *old;
+	int err;
+
+	if (lseek(fd, 0, SEEK_SET) || !(old = ucii_read_fd(fd, &oldlen)))
+		return UCI_ERR_IO;
+	err = (off_t)len > st->st_size ? posix_fallocate(fd, 0, (off_t)len) : 0;
+	if (err && err != EOPNOTSUPP && err != ENOSYS && err != EINVAL) {
+		if (ftruncate(fd, (off_t)oldlen)) {
+			/* the old bytes are intact; only the reserved tail stays */
+		}
+		free(old);
+		return UCI_ERR_IO;
+	}
+	if (!pwrite_all(fd, buf, len) && !ftruncate(fd, (off_t)len) && !fsync(fd)) {
+		free(old);
+		return 0;
+	}
+	if (!pwrite_all(fd, old, oldlen) && !ftruncate(fd, (off_t)oldlen))
+		fsync(fd);
+	free(old);
+	return UCI_ERR_IO;
+}
+
+/* Writes p in the canonical form over target, whose file fd is open and
+ * locked: the file stays the same file (owner, group, mode, hard links and
+ * the target of a link), and a failure leaves the old content. */
+static int write_package_file(struct uci_context *ctx, struct uci_package *p,
+		const char *target, int fd, const struct stat *st)
+{
+	char *buf = NULL;
+	size_t len = 0;
+	FILE *f = open_memstream(&buf, &len);
+	int rc;
+
+	if (!f)
+		return UCI_ERR_MEM;
+	ucii_write_package(ctx, f, p, false);
+	if (fclose(f)) {
+		free(buf);
+		return UCI_ERR_MEM;
+	}
+	rc = replace_by_rename(ctx, p, target, st, buf, len);
+	if (rc == 1)
+		rc = rewrite_in_place(fd, st, buf, len);
+	free(buf);
+	return rc;
+}
+
+/* Commits a package loaded by path: written as it is, under the lock. */
+static int commit_by_path(struct uci_context *ctx, struct uci_package *p)
+{
+	struct stat st;
+	int fd, rc;
+
+	if (!p->path)
+		return UCI_ERR_INVAL;
+	fd = open_locked(p->path, &st);
+	if (fd < 0)
+		return UCI_ERR_IO;
+	rc = write_package_file(ctx, p, p->path, fd, &st);
+	close(fd);
 	return rc;
 }
 
@@ -329,7 +434,7 @@ int uci_save(struct uci_context *ctx, struct uci_package *p)
 	if (!p)
 		return ucii_err(ctx, UCI_ERR_INVAL);
 	if (!p->has_delta)
-		return ucii_err(ctx, p->path ? ucii_write_file(ctx, p, p->path) : UCI_ERR_INVAL);
+		return ucii_err(ctx, commit_by_path(ctx, p));
 	return ucii_err(ctx, save_deltas(ctx, p));
 }
 
@@ -361,6 +466,7 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
 {
 	struct uci_package *p;
 	char *name = NULL, *path = NULL, *buf;
+	struct stat st;
 	size_t len;
 	int fd, rc, applied;
 
@@ -369,16 +475,12 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
 	if (!package || !*package)
 		return ucii_err(ctx, UCI_ERR_INVAL);
 	p = *package;
-	if (!p->has_delta) {
-		if (!p->path)
-			return ucii_err(ctx, UCI_ERR_INVAL);
-		return ucii_err(ctx, ucii_write_file(ctx, p, p->path));
-	}
+	if (!p->has_delta)
+		return ucii_err(ctx, commit_by_path(ctx, p));
 
-	fd = open(p->path, O_RDWR | O_CREAT | O_CLOEXEC, UCI_FILEMODE);
+	fd = open_locked(p->path, &st);
 	if (fd < 0)
 		return ucii_err(ctx, errno == ENOENT ? UCI_ERR_NOTFOUND : UCI_ERR_IO);
-	flock(fd, LOCK_EX);
 
 	rc = save_deltas(ctx, p);
 	if (rc)
@@ -411,7 +513,7 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
 	if (!applied)
 		goto out;
 
-	rc = ucii_write_file(ctx, p, p->path);
+	rc = write_package_file(ctx, p, p->path, fd, &st);
 	if (rc)
 		goto out;
 	truncate_savefile(ctx, p->e.name);

@@ -1,0 +1,163 @@
+// The rewrite of a package by commit: the same file afterwards, the rights
+// of a plain write, no stray file, and concurrent committers that lose
+// nothing.
+#include "helpers.hpp"
+
+#include <sandbox.hpp>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <set>
+
+using kivtest::Sandbox;
+using namespace ucitest;
+
+namespace {
+
+class Commit : public kivtest::SandboxTest {};
+
+constexpr const char kOld[] = "config s 'a'\n\toption o 'old'\n";
+constexpr const char kNew[] = "\nconfig s 'a'\n\toption o 'new'\n\n";
+
+std::set<std::string> names_in(const std::string &dir) {
+  std::set<std::string> names;
+  if (DIR *d = opendir(dir.c_str())) {
+    while (dirent *e = readdir(d))
+      if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0)
+        names.insert(e->d_name);
+    closedir(d);
+  }
+  return names;
+}
+
+// Sets p.a.o=new and commits, in a child as uid (0: root), with the
+// configuration in confdir; the child's exit code is commit's result.
+int commit_as(uid_t uid, const std::string &confdir) {
+  return kivtest::run_in_child([=] {
+           if (uid != 0) kivtest::become(uid, uid);
+           uci_context *ctx = uci_alloc_context();
+           uci_set_confdir(ctx, confdir.c_str());
+           std::string save = "/tmp/save" + std::to_string(uid);
+           uci_set_savedir(ctx, save.c_str());
+           uci_ptr ptr{};
+           char tuple[] = "p.a.o=new";
+           int rc = uci_lookup_ptr(ctx, &ptr, tuple, true);
+           if (rc == 0) rc = uci_set(ctx, &ptr);
+           if (rc == 0) rc = uci_save(ctx, ptr.p);
+           if (rc == 0) rc = uci_commit(ctx, &ptr.p, false);
+           uci_free_context(ctx);
+           _exit(rc);
+         })
+      .exit_code;
+}
+
+struct stat stat_of(const std::string &path) {
+  struct stat st {};
+  EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
+  return st;
+}
+
+}  // namespace
+
+TEST_F(Commit, KeepsTheFileAndNeedsOnlyTheRightToWriteIt) {
+  struct Case {
+    const char *what, *dir;
+    mode_t dir_mode;
+    uid_t owner;
+    mode_t mode;
+    uid_t caller;
+    bool updated;
+  };
+  const Case cases[] = {
+      {"root keeps another user's file", "/tmp/closed", 0755, 1234, 0600, 0,
+       true},
+      {"read-only file in an open directory", "/tmp/open", 0777, 0, 0444,
+       1000, false},
+      {"own file in a closed directory", "/tmp/closed", 0755, 1000, 0640,
+       1000, true},
+      {"another's writable file in a sticky directory", "/tmp/sticky", 01777,
+       2000, 0666, 1000, true},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.what);
+    Sandbox::mkdirs(c.dir);
+    ASSERT_EQ(chmod(c.dir, c.dir_mode), 0);
+    std::string path = std::string(c.dir) + "/p";
+    Sandbox::write_file(path, kOld, c.mode);
+    ASSERT_EQ(chown(path.c_str(), c.owner, c.owner + 1), 0);
+    EXPECT_EQ(commit_as(c.caller, c.dir), c.updated ? UCI_OK : UCI_ERR_IO);
+    EXPECT_EQ(Sandbox::read_file(path), c.updated ? kNew : kOld);
+    struct stat st = stat_of(path);
+    EXPECT_EQ(st.st_uid, c.owner);
+    EXPECT_EQ(st.st_gid, c.owner + 1);
+    EXPECT_EQ(st.st_mode & 07777, c.mode);
+    EXPECT_EQ(names_in(c.dir), std::set<std::string>{"p"});
+    unlink(path.c_str());
+  }
+
+  // Hard and symbolic links lead to the same file afterwards.
+  Sandbox::write_file("/tmp/real/p", std::string(kOld) + "# gone\n", 0640);
+  ASSERT_EQ(link("/tmp/real/p", "/tmp/real/hard"), 0);
+  Sandbox::mkdirs("/tmp/conf");
+  ASSERT_EQ(symlink("/tmp/real/p", "/tmp/conf/p"), 0);
+  EXPECT_EQ(commit_as(0, "/tmp/conf"), UCI_OK);
+  EXPECT_EQ(Sandbox::read_file("/tmp/real/hard"), kNew);
+  EXPECT_EQ(stat_of("/tmp/real/hard").st_ino, stat_of("/tmp/conf/p").st_ino);
+  EXPECT_EQ(stat_of("/tmp/real/p").st_mode & 07777, 0640u);
+  EXPECT_EQ(names_in("/tmp/conf"), std::set<std::string>{"p"});
+}
+
+TEST_F(Commit, FullDiskInPlaceLeavesTheOldFile) {
+  // Hard-linked, so the commit rewrites in place: with no room to grow, it
+  // must not start, or where room can not be reserved, put the old back.
+  Sandbox::mkdirs("/tmp/full");
+  ASSERT_EQ(mount("tmpfs", "/tmp/full", "tmpfs", 0, "size=16k,nr_inodes=16"), 0);
+  // One whole page, that the canonical form (quotes, TABs) makes longer.
+  std::string old = kOld;
+  for (int i = 0; old.size() < 4000; ++i)
+    old += "option x" + std::to_string(i) + " v\n";
+  old += "option pad " + std::string(4096 - 12 - old.size(), 'v') + "\n";
+  Sandbox::write_file("/tmp/full/p", old, 0600);
+  ASSERT_EQ(link("/tmp/full/p", "/tmp/full/hard"), 0);
+  int fd = open("/tmp/full/filler", O_WRONLY | O_CREAT, 0600);
+  char block[512] = {};
+  while (write(fd, block, sizeof block) > 0) {
+  }
+  close(fd);
+  for (bool reserve : {true, false}) {
+    kivtest::g_no_reserve = !reserve;
+    EXPECT_EQ(commit_as(0, "/tmp/full"), UCI_ERR_IO);
+    EXPECT_EQ(Sandbox::read_file("/tmp/full/hard"), old);
+    EXPECT_EQ(names_in("/tmp/full"),
+              (std::set<std::string>{"filler", "hard", "p"}));
+  }
+  kivtest::g_no_reserve = false;
+  umount("/tmp/full");
+}
+
+TEST_F(Commit, ConcurrentCommittersLoseNothing) {
+  // Four processes, each 50 times: add a value with its own delta
+  // directory, then commit.
+  Sandbox::write_file("/tmp/conf/p", "config s 'a'\n");
+  std::string script =
+      "U=" KIV_UCI_CLI_PATH
+      "; for j in 1 2 3 4; do"
+      "  (i=1; while [ $i -le 50 ]; do"
+      "     \"$U\" -c /tmp/conf -t /tmp/save$j add_list p.a.l$j=$i &&"
+      "     \"$U\" -c /tmp/conf -t /tmp/save$j commit p || echo fail;"
+      "     i=$((i+1)); done) &"
+      "done; wait";
+  Result r = run({"/bin/sh", "-c", script});
+  EXPECT_EQ(r.out, "");
+  std::string text = Sandbox::read_file("/tmp/conf/p");
+  int kept = 0;
+  for (int j = 1; j <= 4; ++j)
+    for (int i = 1; i <= 50; ++i)
+      kept += text.find("\tlist l" + std::to_string(j) + " '" +
+                        std::to_string(i) + "'\n") != std::string::npos;
+  EXPECT_EQ(kept, 200);
+  EXPECT_EQ(names_in("/tmp/conf"), std::set<std::string>{"p"});
+}
