@@ -75,10 +75,17 @@ enum class Route { kDone, kInPlace, kFailed };
 Route replace_by_rename(const char *path, const struct stat &st,
                         const void *data, size_t len) {
   if (!S_ISREG(st.st_mode) || st.st_nlink != 1) return Route::kInPlace;
+  // Only a link as the last component needs resolving: the new file goes
+  // beside the file the link leads to.
   char real[PATH_MAX];
   char tmp[PATH_MAX];
-  if (realpath(path, real) == nullptr ||
-      format_into(tmp, "%s.XXXXXX", real) >= static_cast<int>(sizeof tmp))
+  if (readlink(path, real, 1) < 0 && errno == EINVAL) {
+    if (format_into(real, "%s", path) >= static_cast<int>(sizeof real))
+      return Route::kInPlace;
+  } else if (realpath(path, real) == nullptr) {
+    return Route::kInPlace;
+  }
+  if (format_into(tmp, "%s.XXXXXX", real) >= static_cast<int>(sizeof tmp))
     return Route::kInPlace;
   Fd fd(mkostemp(tmp, O_CLOEXEC));
   if (!fd) return Route::kInPlace;
@@ -110,7 +117,8 @@ int open_locked(const char *path, bool writer, LockedFile *f) {
   for (;;) {
     f->writable = writer;
     f->write_errno = 0;
-    // O_NONBLOCK: a FIFO opens at once instead of waiting for a writer.
+    // O_NONBLOCK: a FIFO opens at once instead of waiting for its other
+    // end.  On a file that can seek, the flag changes nothing.
     constexpr int kFlags = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     f->fd.reset(open(path, (writer ? O_RDWR : O_RDONLY) | kFlags));
     if (!f->fd && writer && errno != ENOENT && errno != ENOTDIR &&
@@ -119,18 +127,17 @@ int open_locked(const char *path, bool writer, LockedFile *f) {
       f->write_errno = errno;
       f->fd.reset(open(path, O_RDONLY | kFlags));
     }
-    if (!f->fd || fstat(f->fd.get(), &f->st) != 0) return -1;
+    if (!f->fd) return -1;
     f->seekable = lseek(f->fd.get(), 0, SEEK_CUR) >= 0;
-    if (!S_ISREG(f->st.st_mode))
-      fcntl(f->fd.get(), F_SETFL, fcntl(f->fd.get(), F_GETFL) & ~O_NONBLOCK);
+    if (!f->seekable) return 0;
     while (flock(f->fd.get(), writer ? LOCK_EX : LOCK_SH) != 0 &&
            errno == EINTR) {
     }
-    // The size and the rest may have changed while we waited.
+    if (!writer) return 0;
+    // The size and the rest are taken under the lock.
     struct stat named;
     if (fstat(f->fd.get(), &f->st) != 0) return -1;
-    if (!writer || (stat(path, &named) == 0 && same_file(named, f->st)))
-      return 0;
+    if (stat(path, &named) == 0 && same_file(named, f->st)) return 0;
   }
 }
 

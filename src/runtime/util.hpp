@@ -166,7 +166,7 @@ ssize_t read_file(const char *path, char *buf, size_t size);
 // another writer can not leave it holding a lock on an orphan.
 struct LockedFile {
   Fd fd;
-  struct stat st {};      // of the open file, taken under the lock
+  struct stat st {};      // a writer's: of the open file, under the lock
   bool seekable = false;  // false for a FIFO or a socket: nothing is locked
   bool writable = false;  // opened read-write
   int write_errno = 0;    // why not, when !writable
