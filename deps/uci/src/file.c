@@ -70,18 +70,25 @@ static char *read_locked(const char *path, size_t *len)
 	return buf;
 }
 
-int ucii_load_deltas(struct uci_context *ctx, struct uci_package *p)
+int ucii_load_deltas(struct uci_context *ctx, struct uci_package *p, int savefd)
 {
 	struct uci_element *e;
+	struct stat held, st;
 	int applied = 0;
 
+	if (savefd >= 0 && fstat(savefd, &held))
+		savefd = -1;
 	uci_foreach_element(&ctx->delta_path, e) {
 		size_t len;
 		char *path = ucii_path(e->name, p->e.name);
 		char *buf;
 		if (!path)
 			continue;
-		buf = read_locked(path, &len);
+		if (savefd >= 0 && !stat(path, &st) && st.st_dev == held.st_dev && st.st_ino == held.st_ino)
+			/* locked by the caller, under whatever name: read through it */
+			buf = lseek(savefd, 0, SEEK_SET) ? NULL : ucii_read_fd(savefd, &len);
+		else
+			buf = read_locked(path, &len);
 		free(path);
 		if (!buf)
 			continue;
@@ -191,7 +198,7 @@ int uci_load(struct uci_context *ctx, const char *name, struct uci_package **pac
 		return ucii_err(ctx, rc);
 	p->uses_conf2 = conf2;
 	if (has_delta)
-		ucii_load_deltas(ctx, p);
+		ucii_load_deltas(ctx, p, -1);
 	ucii_list_add(&ctx->root, &p->e.list);
 	if (package)
 		*package = p;
@@ -438,21 +445,21 @@ int uci_save(struct uci_context *ctx, struct uci_package *p)
 	return ucii_err(ctx, save_deltas(ctx, p));
 }
 
-static void truncate_savefile(struct uci_context *ctx, const char *name)
+/* Opens the delta file of the save directory under an exclusive lock, so
+ * that no change saved by another process falls between the commit's read
+ * of the file and its truncation; -1 when there is none. */
+static int lock_savefile(struct uci_context *ctx, const char *name)
 {
 	char *path = ucii_path(ctx->savedir, name);
 	int fd;
 	if (!path)
-		return;
-	fd = open(path, O_WRONLY | O_CLOEXEC);
+		return -1;
+	fd = open(path, O_RDWR | O_CLOEXEC);
 	free(path);
-	if (fd < 0)
-		return;
-	flock(fd, LOCK_EX);
-	if (ftruncate(fd, 0)) {
-		/* nothing more to do: the changes are in the file already */
-	}
-	close(fd);
+	if (fd >= 0)
+		while (flock(fd, LOCK_EX) && errno == EINTR)
+			;
+	return fd;
 }
 
 static void clear_saved(struct uci_package *p)
@@ -468,7 +475,7 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
 	char *name = NULL, *path = NULL, *buf;
 	struct stat st;
 	size_t len;
-	int fd, rc, applied;
+	int fd, savefd = -1, rc, applied;
 
 	if (!ctx)
 		return UCI_ERR_INVAL;
@@ -485,6 +492,7 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
 	rc = save_deltas(ctx, p);
 	if (rc)
 		goto out;
+	savefd = lock_savefile(ctx, p->e.name);
 
 	if (!overwrite) {
 		struct uci_package *np;
@@ -509,16 +517,20 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
 		ucii_list_add(&ctx->root, &np->e.list);
 		*package = p = np;
 	}
-	applied = ucii_load_deltas(ctx, p);
+	applied = ucii_load_deltas(ctx, p, savefd);
 	if (!applied)
 		goto out;
 
 	rc = write_package_file(ctx, p, p->path, fd, &st);
 	if (rc)
 		goto out;
-	truncate_savefile(ctx, p->e.name);
+	if (savefd >= 0 && ftruncate(savefd, 0)) {
+		/* nothing more to do: the changes are in the file already */
+	}
 	clear_saved(p);
 out:
+	if (savefd >= 0)
+		close(savefd);
 	close(fd);
 	free(name);
 	free(path);

@@ -119,6 +119,6 @@ UCI_HIDDEN void ucii_write_delta(FILE *f, const char *pkg, struct uci_delta *d);
 
 /* ---- files ---- */
 UCI_HIDDEN char *ucii_read_fd(int fd, size_t *len);
-UCI_HIDDEN int ucii_load_deltas(struct uci_context *ctx, struct uci_package *p);
+UCI_HIDDEN int ucii_load_deltas(struct uci_context *ctx, struct uci_package *p, int savefd);
 
 #endif

@@ -7,7 +7,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <set>
@@ -139,15 +141,15 @@ TEST_F(Commit, FullDiskInPlaceLeavesTheOldFile) {
 }
 
 TEST_F(Commit, ConcurrentCommittersLoseNothing) {
-  // Four processes, each 50 times: add a value with its own delta
-  // directory, then commit.
+  // Four processes, each 50 times: add a value, then commit.  Two pairs of
+  // them, each pair sharing its delta directory.
   Sandbox::write_file("/tmp/conf/p", "config s 'a'\n");
   std::string script =
       "U=" KIV_UCI_CLI_PATH
       "; for j in 1 2 3 4; do"
       "  (i=1; while [ $i -le 50 ]; do"
-      "     \"$U\" -c /tmp/conf -t /tmp/save$j add_list p.a.l$j=$i &&"
-      "     \"$U\" -c /tmp/conf -t /tmp/save$j commit p || echo fail;"
+      "     \"$U\" -c /tmp/conf -t /tmp/save$((j/3)) add_list p.a.l$j=$i &&"
+      "     \"$U\" -c /tmp/conf -t /tmp/save$((j/3)) commit p || echo fail;"
       "     i=$((i+1)); done) &"
       "done; wait";
   Result r = run({"/bin/sh", "-c", script});
@@ -160,4 +162,40 @@ TEST_F(Commit, ConcurrentCommittersLoseNothing) {
                         std::to_string(i) + "'\n") != std::string::npos;
   EXPECT_EQ(kept, 200);
   EXPECT_EQ(names_in("/tmp/conf"), std::set<std::string>{"p"});
+}
+
+TEST_F(Commit, WaitsForTheLocksOfTheFileAndOfItsDeltas) {
+  Sandbox::write_file("/tmp/conf/p", kOld);
+  for (const char *held : {"/tmp/conf/p", "/tmp/save/p"}) {
+    SCOPED_TRACE(held);
+    Sandbox::write_file("/tmp/save/p", "p.a.o='new'\n");
+    int ready[2], go[2];
+    ASSERT_EQ(pipe(ready), 0);
+    ASSERT_EQ(pipe(go), 0);
+    char byte = 0;
+    pid_t pid = fork();
+    if (pid == 0) {  // loads first, commits once the lock is taken
+      uci_context *ctx = uci_alloc_context();
+      uci_set_confdir(ctx, "/tmp/conf");
+      uci_set_savedir(ctx, "/tmp/save");
+      uci_package *p = nullptr;
+      int rc = uci_load(ctx, "p", &p);
+      if (write(ready[1], &byte, 1) != 1 || read(go[0], &byte, 1) != 1)
+        _exit(98);
+      _exit(rc ? rc : uci_commit(ctx, &p, false));
+    }
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    int fd = open(held, O_RDWR);
+    ASSERT_EQ(flock(fd, LOCK_EX), 0);
+    ASSERT_EQ(write(go[1], &byte, 1), 1);
+    usleep(200 * 1000);
+    EXPECT_EQ(waitpid(pid, nullptr, WNOHANG), 0) << "it waits for the lock";
+    close(fd);
+    int status = -1;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(Sandbox::read_file("/tmp/conf/p"), kNew);
+    EXPECT_EQ(Sandbox::read_file("/tmp/save/p"), "");
+    for (int f : {ready[0], ready[1], go[0], go[1]}) close(f);
+  }
 }
