@@ -428,12 +428,11 @@ out:
 struct revert_filter {
 	struct uci_context *ctx;
 	const char *pkg, *sec, *opt;
-	const char *buf;
 	char *out;
 	size_t outlen;
 };
 
-static int revert_line(void *arg, char *word, size_t start, size_t end)
+static int revert_line(void *arg, char *word, const char *line, size_t n)
 {
 	struct revert_filter *r = arg;
 	struct uci_ptr ptr;
@@ -451,8 +450,8 @@ static int revert_line(void *arg, char *word, size_t start, size_t end)
 	}
 	r->ctx->err = err;
 	if (!drop) {
-		memcpy(r->out + r->outlen, r->buf + start, end - start);
-		r->outlen += end - start;
+		memcpy(r->out + r->outlen, line, n);
+		r->outlen += n;
 	}
 	return 0;
 }
@@ -482,7 +481,6 @@ static int filter_savefile(struct uci_context *ctx, const char *pkg, const char 
 	r.pkg = pkg;
 	r.sec = sec;
 	r.opt = opt;
-	r.buf = buf;
 	r.out = malloc(len + 1);
 	if (!r.out) {
 		free(buf);

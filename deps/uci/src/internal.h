@@ -108,8 +108,9 @@ UCI_HIDDEN int ucii_apply_delta(struct uci_context *ctx, struct uci_package *p, 
 /* ---- parser, writer ---- */
 UCI_HIDDEN int ucii_parse_config(struct uci_context *ctx, const char *buf, size_t len, struct ucii_parse_job *job);
 /* Calls fn for each delta line of buf: word is the line's first argument
- * (modifiable), [start, end) its raw bytes.  fn returns non-zero to stop. */
-typedef int (*ucii_delta_line_fn)(void *arg, char *word, size_t start, size_t end);
+ * (modifiable), line and n its bytes as read (a NUL ends a line, so they
+ * need not lie in buf).  fn returns non-zero to stop. */
+typedef int (*ucii_delta_line_fn)(void *arg, char *word, const char *line, size_t n);
 UCI_HIDDEN int ucii_parse_delta_lines(struct uci_context *ctx, const char *buf, size_t len, ucii_delta_line_fn fn, void *arg);
 /* Applies the delta lines of buf to p; returns how many applied. */
 UCI_HIDDEN int ucii_delta_replay(struct uci_context *ctx, struct uci_package *p, const char *buf, size_t len);

@@ -7,6 +7,7 @@
 #include <stdlib.h>
 
 using namespace ucitest;
+using namespace std::string_literals;
 
 namespace {
 
@@ -242,7 +243,8 @@ TEST_F(Command, AddRevertAndCommitLayout) {
 }
 
 TEST_F(Command, ParseErrorsAndLenientMode) {
-  write_file(conf("bad"), "config t a\n\toption o 1\n\tbogus line\n");
+  // (a NUL byte ends its line: the quote behind it does not open)
+  write_file(conf("bad"), "config t a\n\toption o 1\0'\n\tbogus line\n"s);
   expect_error({"show", "bad"}, 1, "uci: Parse error (invalid command) at line 3, byte 1\n");
   expect_error({"get", "bad.a.o"}, 1, "uci: Parse error (invalid command) at line 3, byte 1\n");
   Result r = uci({"-S", "-q", "show", "bad"});

@@ -7,6 +7,7 @@
 #include <string>
 
 using namespace ucitest;
+using namespace std::string_literals;
 
 namespace {
 
@@ -192,8 +193,12 @@ TEST_F(Library, WriterOutputReadsBackToTheSameTree) {
 }
 
 TEST_F(Library, ParseErrorsNameReasonLineAndByte) {
+  // Lines count when their line feed is read; a byte is where the parser
+  // stood: at the keyword, past a keyword that ends the text, or past the
+  // argument it checked and the blank or line feed after it.
   struct {
-    const char *text, *msg;
+    std::string text;
+    const char *msg;
   } cases[] = {
       {"config t a\n\toption o 1\n\tbogus line\n", "(invalid command) at line 3, byte 1"},
       {"option o x\n", "(option/list command found before the first section) at line 1, byte 0"},
@@ -204,6 +209,15 @@ TEST_F(Library, ParseErrorsNameReasonLineAndByte) {
       {"config t a\n\toption o 'unterminated\n", "(EOF with unterminated ') at line 2, byte 24"},
       {"config t a\n\toption o \"open\n", "(EOF with unterminated \") at line 2, byte 16"},
       {"config\n", "(invalid command) at line 1, byte 0"},
+      {"config t a\n\tlist x\n", "(insufficient arguments) at line 2, byte 8"},
+      {"config t a\npackage a.b\n", "(invalid character in name field) at line 2, byte 12"},
+      {"config t a\n\toption o 'x\ny\n", "(EOF with unterminated ') at line 3, byte 15"},
+      {"config t a\npackage", "(package without name) at line 1, byte 8"},
+      {"\tconfig", "(config without name) at line 0, byte 8"},
+      {"config t a\n\tlist", "(option without name) at line 1, byte 6"},
+      {"option", "(option/list command found before the first section) at line 0, byte 0"},
+      // A NUL byte ends its line: the quote behind it never opens.
+      {"config t a\n\toption o x\0'\n\tbogus\n"s, "(invalid command) at line 3, byte 1"},
   };
   for (auto &c : cases) {
     write_file(conf("bad"), c.text);
@@ -392,13 +406,18 @@ TEST_F(Library, CommitWithNothingStagedKeepsTheFileAndRevertFilters) {
   EXPECT_EQ(read_file(conf("c")), text);
   ASSERT_NE(p, nullptr);
 
+  // A NUL byte ends its delta line too.
+  mkdir(savedir().c_str(), 0755);
+  write_file(save("c"), "c.a.z='0'\0'\n"s);
+  ASSERT_EQ(uci_unload(ctx, p), 0);
   for (const char *t : {"c.a.x=9", "c.a.y=8", "c.b.x=7"}) {
     uci_ptr ptr = lookup(ctx, t);
     ASSERT_EQ(uci_set(ctx, &ptr), 0);
   }
+  EXPECT_EQ(value(ctx, "c.a.z"), "0");
   uci_ptr ptr = lookup(ctx, "c.a.x");
   ASSERT_EQ(uci_revert(ctx, &ptr), 0);  // saves first, then filters
-  EXPECT_EQ(read_file(save("c")), "c.a.y='8'\nc.b.x='7'\n");
+  EXPECT_EQ(read_file(save("c")), "c.a.z='0'\nc.a.y='8'\nc.b.x='7'\n");
   EXPECT_EQ(value(ctx, "c.a.x"), "1");
   EXPECT_EQ(value(ctx, "c.a.y"), "8");
   ptr = lookup(ctx, "c.a");
@@ -614,8 +633,9 @@ TEST_F(Library, ImportMergesAsChangesAndReorderMoves) {
   ASSERT_EQ(uci_load(other, "n", &q), 0);
   EXPECT_STREQ(list_to_element(q->sections.prev)->name, "lan");
   EXPECT_EQ(value(other, "n.x.l"), "[1]");
-  // A plain import of a stream without a package name fails.
-  std::string noname = "config t a\n";
+  // A plain import of a stream without a package name fails, before the
+  // arguments are looked at.
+  std::string noname = "config 't y'\n";
   f = fmemopen(noname.data(), noname.size(), "r");
   uci_package *np = nullptr;
   EXPECT_EQ(uci_import(other, f, nullptr, &np, false), UCI_ERR_PARSE);
