@@ -448,31 +448,43 @@ static int cmd_add(char *pkg, const char *type)
 
 static int run(int argc, char **argv);
 
+/* Runs one command per line of the input, each as if given on the command
+ * line: the packages it loaded are dropped afterwards. */
 static int cmd_batch(void)
 {
+	enum { MAX_ARGS = 8 };
 	char *line = NULL;
 	int rc = 0;
 
-	for (;;) {
-		char *args[8], *w;
-		int n = 0;
-		free(line);
-		line = NULL;
-		if (uci_parse_argument(ctx, input, &line, &w) || !line)
-			break;
-		while (w && n < 8) {
-			args[n++] = w;
-			if (uci_parse_argument(ctx, input, &line, &w))
-				break;
+	while (!feof(input)) {
+		struct uci_element *e, *tmp;
+		char *args[MAX_ARGS], *w;
+		int n;
+
+		if (uci_parse_argument(ctx, input, &line, &args[0])) {
+			cli_perror();
+			return 1;
 		}
-		if (!n)
+		if (!args[0][0])
 			continue;
+		/* every word of the line is read; past MAX_ARGS they only count */
+		for (n = 1;; n++) {
+			if (uci_parse_argument(ctx, input, &line, &w)) {
+				cli_perror();
+				return 1;
+			}
+			if (!w[0])
+				break;
+			if (n < MAX_ARGS)
+				args[n] = w;
+		}
 		if (!strcmp(args[0], "exit"))
 			break;
-		rc = run(n, args);
+		rc = run(n < MAX_ARGS ? n : MAX_ARGS, args);
 		fflush(stdout);
+		uci_foreach_element_safe(&ctx->root, tmp, e)
+			uci_unload(ctx, uci_to_package(e));
 	}
-	free(line);
 	return rc;
 }
 

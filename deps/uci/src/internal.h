@@ -15,9 +15,12 @@ struct uci_parse_context {
 	const char *reason;
 	int line;
 	int byte;
-	/* uci_parse_argument */
+	/* uci_parse_argument: the logical line being split, read from
+	 * astream, whose lines were counted in aline */
+	FILE *astream;
 	char *abuf;
-	size_t apos, alen;
+	size_t apos, alen, acap;
+	int aline;
 };
 
 /* Strings a node owns, recorded right behind the node (uci_dataptr); the

@@ -342,9 +342,13 @@ TEST_F(Command, ListQuotingUsageAndExitCodes) {
   r = uci({"-z"});
   EXPECT_EQ(r.rc, 0);
   EXPECT_NE(r.err.find("invalid option"), std::string::npos);
-  r = uci({"batch"}, "set n.lan.proto=batch\nget n.lan.proto\nexit\nget n.lan.ifname\n");
+  r = uci({"batch"}, "set n.lan.proto=\"Hello,\n  World\"\nget n.lan.proto\n# it's\n\nexit\nget n.lan.ifname\n");
   EXPECT_EQ(r.rc, 0);
-  EXPECT_EQ(r.out, "batch\n");
+  EXPECT_EQ(r.out, "Hello,\n  World\n");
+  // Each line runs as its own command: the second removal sees the
+  // numbering of the committed file.
+  EXPECT_EQ(uci({"batch"}, "del n.@route[0]\ncommit n\ndel n.@route[0]\ncommit n\n").rc, 0);
+  EXPECT_EQ(read_file(conf("n")).find("config route"), std::string::npos);
 }
 
 // The default paths: /etc/config and /tmp/.uci, through the shell, as the

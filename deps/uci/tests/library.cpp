@@ -234,6 +234,29 @@ TEST_F(Library, ParseErrorsNameReasonLineAndByte) {
   EXPECT_EQ(value(ctx, "bad.a.o"), "1");
 }
 
+TEST(LibraryBatch, WordsOfALineEndWithAnEmptyOneAndQuotesSpanLines) {
+  // '|' ends each word, '^' stands for the empty word that ends a line.
+  std::string in = "set p.s.o=\"Hello,\n  World\" 'a b'\\\nc # it's\n\n x\\ y\0'\nlast"s;
+  FILE *f = fmemopen(in.data(), in.size(), "r");
+  uci_context *ctx = uci_alloc_context();
+  std::string got;
+  char *line = nullptr, *w = nullptr;
+  while (!feof(f)) {
+    ASSERT_EQ(uci_parse_argument(ctx, f, &line, &w), 0);
+    ASSERT_NE(w, nullptr);
+    got += *w ? std::string(w) + "|" : "^";
+    EXPECT_EQ(line == nullptr, !*w) << got;  // the next call reads a new line
+  }
+  EXPECT_EQ(got, "set|p.s.o=Hello,\n  World|a bc|^^x y|^last|");
+  std::string open_quote = "a 'b\nc";  // another stream: lines count anew
+  FILE *g = fmemopen(open_quote.data(), open_quote.size(), "r");
+  EXPECT_EQ(uci_parse_argument(ctx, g, &line, &w), UCI_ERR_PARSE);
+  EXPECT_EQ(errorstr(ctx), "uci: Parse error (EOF with unterminated ') at line 1, byte 6");
+  fclose(g);
+  fclose(f);
+  uci_free_context(ctx);
+}
+
 TEST_F(Library, LookupFormsFlagsAndRecord) {
   write_file(conf("p"), "config t a\n\toption o 1\nconfig t\n\toption o 2\nconfig u\nconfig t\n\toption o 3\n");
   int rc;
