@@ -2,12 +2,9 @@
 #define _GNU_SOURCE
 #include <uci.h>
 
-#include <errno.h>
-#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 enum {
@@ -273,56 +270,10 @@ static int one_package(enum pkg_cmd cmd, char *arg)
 
 /* ---- import ---- */
 
-/* Writes p over <confdir>/<name> (mode 0600 when new). */
-static int write_config(struct uci_package *p)
-{
-	size_t n = strlen(ctx->confdir) + strlen(p->e.name) + 16;
-	char *tmp = malloc(n), *path = malloc(n);
-	struct stat st;
-	mode_t mode = 0600;
-	FILE *f;
-	int fd, rc = 0;
-
-	if (!tmp || !path) {
-		free(tmp);
-		free(path);
-		return UCI_ERR_MEM;
-	}
-	snprintf(path, n, "%s/%s", ctx->confdir, p->e.name);
-	snprintf(tmp, n, "%s/.%s.uci-XXXXXX", ctx->confdir, p->e.name);
-	if (!stat(path, &st))
-		mode = st.st_mode & 07777;
-	fd = mkstemp(tmp);
-	if (fd < 0) {
-		free(tmp);
-		free(path);
-		return UCI_ERR_IO;
-	}
-	f = fdopen(fd, "w");
-	if (!f) {
-		close(fd);
-		rc = UCI_ERR_IO;
-	} else {
-		uci_export(ctx, f, p, false);
-		if (fflush(f) || fsync(fd) || fchmod(fd, mode))
-			rc = UCI_ERR_IO;
-		if (fclose(f))
-			rc = UCI_ERR_IO;
-	}
-	if (!rc && rename(tmp, path))
-		rc = UCI_ERR_IO;
-	if (rc)
-		unlink(tmp);
-	free(tmp);
-	free(path);
-	return rc;
-}
-
 static int cmd_import(char *name)
 {
 	struct uci_package *p = NULL;
 	struct uci_element *e, *tmp;
-	int rc;
 
 	if (cli_flags & CLI_MERGE) {
 		if (!name)
@@ -341,10 +292,13 @@ static int cmd_import(char *name)
 		cli_perror();
 		return 1;
 	}
+	/* each package read replaces <confdir>/<name> */
 	uci_foreach_element_safe(&ctx->root, tmp, e) {
-		rc = write_config(uci_to_package(e));
-		if (rc)
-			return fail(rc);
+		p = uci_to_package(e);
+		if (uci_commit(ctx, &p, true)) {
+			cli_perror();
+			return 1;
+		}
 	}
 	return 0;
 }

@@ -369,6 +369,14 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
 	if (!package || !*package)
 		return ucii_err(ctx, UCI_ERR_INVAL);
 	p = *package;
+	/* A package with no file yet (an import) is written over
+	 * <confdir>/<name>, when the caller asks to overwrite. */
+	if (!p->path && overwrite) {
+		free(UCII_OWN(p)->str);
+		p->path = UCII_OWN(p)->str = ucii_path(ctx->confdir, p->e.name);
+		if (!p->path)
+			return ucii_err(ctx, UCI_ERR_MEM);
+	}
 	if (!p->has_delta) {
 		if (!p->path)
 			return ucii_err(ctx, UCI_ERR_INVAL);

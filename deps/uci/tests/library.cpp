@@ -664,4 +664,13 @@ TEST_F(Library, ImportMergesAsChangesAndReorderMoves) {
   EXPECT_EQ(uci_import(other, f, nullptr, &np, false), UCI_ERR_PARSE);
   fclose(f);
   EXPECT_EQ(errorstr(other), "uci: Parse error (attempting to import a file without a package name) at line 1, byte 0");
+  // An imported package has no file yet: overwriting writes <confdir>/<name>.
+  std::string fresh = "config t a\n";
+  f = fmemopen(fresh.data(), fresh.size(), "r");
+  ASSERT_EQ(uci_import(other, f, "fresh", &np, true), 0);
+  fclose(f);
+  EXPECT_EQ(uci_commit(other, &np, false), UCI_ERR_INVAL);
+  ASSERT_EQ(uci_commit(other, &np, true), 0);
+  EXPECT_EQ(read_file(conf("fresh")), "\nconfig t 'a'\n\n");
+  EXPECT_EQ(file_mode(conf("fresh")), 0600u);
 }
