@@ -35,6 +35,7 @@ const char kNet[] =
 class Command : public ::testing::Test {
  protected:
   void SetUp() override {
+    if (!*kUciCommand) GTEST_SKIP() << "our uci command is not built: " << kNotOurs;
     mkdir((tmp_ / "conf").c_str(), 0755);
     write_file(conf("n"), kNet);
   }
@@ -42,7 +43,7 @@ class Command : public ::testing::Test {
   std::string save(const std::string &p) { return tmp_ / ("save/" + p); }
   // Runs uci -c CONF -t SAVE ARGS...
   Result uci(std::vector<std::string> args, const std::string &in = "") {
-    std::vector<std::string> argv = {KIV_UCI_CLI_PATH, "-C", "", "-c", tmp_ / "conf", "-t", tmp_ / "save"};
+    std::vector<std::string> argv = {kUciCommand, "-C", "", "-c", tmp_ / "conf", "-t", tmp_ / "save"};
     argv.insert(argv.end(), args.begin(), args.end());
     return run(argv, in);
   }
@@ -262,16 +263,16 @@ TEST_F(Command, ParseErrorsAndLenientMode) {
   EXPECT_EQ(r.err, "uci: Parse error (invalid command) at line 3, byte 1\n");
 
   TempDir empty;
-  r = run({KIV_UCI_CLI_PATH, "-c", empty.path(), "show"});
+  r = run({kUciCommand, "-c", empty.path(), "show"});
   EXPECT_EQ(r.rc, 1);
   EXPECT_EQ(r.err, "uci: Entry not found\n");
 }
 
 TEST_F(Command, DeltaDirectoryOptions) {
   std::string P = tmp_ / "P";
-  Result r = run({KIV_UCI_CLI_PATH, "-c", tmp_ / "conf", "-P", P, "set", "n.lan.proto=x"});
+  Result r = run({kUciCommand, "-c", tmp_ / "conf", "-P", P, "set", "n.lan.proto=x"});
   EXPECT_EQ(r.rc, 0);
-  r = run({KIV_UCI_CLI_PATH, "-c", tmp_ / "conf", "-P", P, "commit", "n"});
+  r = run({kUciCommand, "-c", tmp_ / "conf", "-P", P, "commit", "n"});
   EXPECT_EQ(r.rc, 0);
   EXPECT_EQ(read_file(conf("n")), kNet);
   EXPECT_EQ(read_file(P + "/n"), "n.lan.proto='x'\n");
@@ -353,11 +354,17 @@ TEST_F(Command, ListQuotingUsageAndExitCodes) {
 
 // The default paths: /etc/config and /tmp/.uci, through the shell, as the
 // library's callers run the command.
-class CommandOnDefaultPaths : public kivtest::SandboxTest {};
+class CommandOnDefaultPaths : public kivtest::SandboxTest {
+ protected:
+  void SetUp() override {
+    if (!*kUciCommand) GTEST_SKIP() << "our uci command is not built: " << kNotOurs;
+    SandboxTest::SetUp();
+  }
+};
 
 TEST_F(CommandOnDefaultPaths, CallersPipelinesWork) {
   using kivtest::Sandbox;
-  Sandbox::install_command("uci", KIV_UCI_CLI_PATH);
+  Sandbox::install_command("uci", kUciCommand);
   Sandbox::write_file("/etc/config/network", kNet, 0644);
   Sandbox::write_file("/etc/config/wireless",
                       "config wifi-iface 'ath0'\n\toption ssid 'Home Net'\n\toption encryption psk2\n"

@@ -71,7 +71,7 @@ class Library : public UciDirs {};
 }  // namespace
 
 TEST(LibraryAbi, LayoutMatchesTheInstalledHeaderOfTheRealLibrary) {
-  if (sizeof(void *) == 8) {
+  if (kOwnLibuci && sizeof(void *) == 8) {
     EXPECT_EQ(sizeof(uci_element), 32u);
     EXPECT_EQ(offsetof(uci_element, name), 24u);
     EXPECT_EQ(sizeof(uci_option), 64u);
@@ -174,9 +174,12 @@ TEST_F(Library, WriterOutputReadsBackToTheSameTree) {
     ptr.value = vals[i];
     ASSERT_EQ(uci_add_list(ctx, &ptr), 0);
   }
-  // A type the reader would take apart is quoted so that it reads back.
+  // A type the reader would take apart is quoted so that it reads back
+  // (by our writer: the real one writes it bare).
   uci_section *odd = nullptr;
-  ASSERT_EQ(uci_add_section(ctx, p, "a\"b#c", &odd), 0);
+  if (kOwnLibuci) {
+    ASSERT_EQ(uci_add_section(ctx, p, "a\"b#c", &odd), 0);
+  }
   std::string first = exported(ctx, p, true);
   FILE *f = fmemopen(first.data(), first.size(), "r");
   uci_context *c2 = new_context();
@@ -186,7 +189,9 @@ TEST_F(Library, WriterOutputReadsBackToTheSameTree) {
   ASSERT_NE(p2, nullptr);
   EXPECT_STREQ(p2->e.name, "r");
   EXPECT_EQ(exported(c2, p2, true), first);
-  EXPECT_STREQ(uci_to_section(p2->sections.prev)->type, "a\"b#c");
+  if (kOwnLibuci) {
+    EXPECT_STREQ(uci_to_section(p2->sections.prev)->type, "a\"b#c");
+  }
   uci_section *s2 = uci_to_section(p2->sections.next);
   for (size_t i = 0; i < sizeof(vals) / sizeof(vals[0]); i++)
     EXPECT_STREQ(uci_lookup_option_string(c2, s2, ("o" + std::to_string(i)).c_str()), vals[i]);
@@ -592,7 +597,17 @@ TEST_F(Library, HandFilledRecordsAndNullArguments) {
   r = lookup(ctx, "byp.a");
   EXPECT_EQ(uci_revert(ctx, &r), UCI_ERR_INVAL);
 
-  // Callers may point a value at their own text; the library never frees it.
+  char **list = nullptr;
+  write_file(conf("x.bak"), "");
+  ASSERT_EQ(uci_list_configs(ctx, &list), 0);
+  ASSERT_NE(list, nullptr);
+  EXPECT_STREQ(list[0], "n");
+  EXPECT_EQ(list[1], nullptr);
+  free(list);
+
+  // Callers may point a value at their own text; our library never frees
+  // it (the real one would).
+  if (!kOwnLibuci) return;
   static char mine[] = "caller's own";
   uci_ptr own = lookup(ctx, "n.lan.proto");
   ASSERT_NE(own.o, nullptr);
@@ -606,14 +621,6 @@ TEST_F(Library, HandFilledRecordsAndNullArguments) {
   own.o->v.string = mine;
   own = lookup(ctx, "n.wan");
   ASSERT_EQ(uci_delete(ctx, &own), 0);
-
-  char **list = nullptr;
-  write_file(conf("x.bak"), "");
-  ASSERT_EQ(uci_list_configs(ctx, &list), 0);
-  ASSERT_NE(list, nullptr);
-  EXPECT_STREQ(list[0], "n");
-  EXPECT_EQ(list[1], nullptr);
-  free(list);
 }
 
 TEST_F(Library, LongLivedContextKeepsTheOldAnonymousNumbering) {
