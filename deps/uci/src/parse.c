@@ -511,8 +511,10 @@ nomem:
  * word starts.  -1 for any other word. */
 static int read_keyword(struct parser *ps, char *kw, size_t *at)
 {
-	static const char *const words[] = { "config", "option", "list", "package" };
-	size_t start = ps->pos, end = start, n, i;
+	size_t start = ps->pos, end = start, n;
+	char c = ps->buf[start];
+	const char *word = c == 'c' ? "config" : c == 'o' ? "option" :
+		c == 'l' ? "list" : c == 'p' ? "package" : NULL;
 
 	while (end < ps->len && ps->buf[end] != ' ' && ps->buf[end] != '\t') {
 		if (ps->buf[end++] == '\n')
@@ -520,20 +522,17 @@ static int read_keyword(struct parser *ps, char *kw, size_t *at)
 	}
 	*at = start;
 	*kw = 0;
-	if (ps->buf[start] == '#') {
+	if (c == '#') {
 		skip_rest_of_line(ps);
 		return 0;
 	}
 	n = end - start;
-	for (i = 0; i < sizeof(words) / sizeof(words[0]); i++) {
-		if ((n == 1 && ps->buf[start] == words[i][0]) ||
-		    (n == strlen(words[i]) && !memcmp(ps->buf + start, words[i], n))) {
-			*kw = words[i][0];
-			/* past the keyword and the blank after it (past the
-			 * end of the text when nothing follows) */
-			ps->pos = end + 1;
-			return 0;
-		}
+	if (word && (n == 1 || (n == strlen(word) && !memcmp(ps->buf + start, word, n)))) {
+		*kw = c;
+		/* past the keyword and the blank after it (past the end of the
+		 * text when nothing follows) */
+		ps->pos = end + 1;
+		return 0;
 	}
 	ps->reason = "invalid command";
 	return -1;
