@@ -721,21 +721,6 @@ int uci_export(struct uci_context *ctx, FILE *stream, struct uci_package *packag
 
 /* ---- batch argument reader ---- */
 
-static bool abuf_put(struct uci_parse_context *pc, char c)
-{
-	if (pc->alen + 1 >= pc->acap) {
-		size_t n = pc->acap ? pc->acap * 2 : 256;
-		char *b = realloc(pc->abuf, n);
-		if (!b)
-			return false;
-		pc->abuf = b;
-		pc->acap = n;
-	}
-	pc->abuf[pc->alen++] = c;
-	pc->abuf[pc->alen] = 0;
-	return true;
-}
-
 /* Reads the next logical line of f into pc->abuf: a quote left open at the
  * end of a line, or a backslash ending one outside single quotes, goes on
  * to the next; a comment runs to the line feed; a NUL byte ends its line.
@@ -748,7 +733,7 @@ static int read_batch_line(struct uci_context *ctx, FILE *f)
 	int c;
 
 	pc->alen = pc->apos = 0;
-	if (!abuf_put(pc, 0))
+	if (!ucii_buf_put(&pc->abuf, &pc->alen, &pc->acap, 0))
 		return UCI_ERR_MEM;
 	pc->alen = 0;
 	while ((c = getc(f)) != EOF) {
@@ -759,7 +744,7 @@ static int read_batch_line(struct uci_context *ctx, FILE *f)
 			nul = true;
 			continue;
 		}
-		if (!abuf_put(pc, (char)c))
+		if (!ucii_buf_put(&pc->abuf, &pc->alen, &pc->acap, (char)c))
 			return UCI_ERR_MEM;
 		if (c == '\n') {
 			pc->aline++;

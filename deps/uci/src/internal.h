@@ -75,6 +75,22 @@ static inline void ucii_list_del(struct uci_list *n)
 	ucii_list_init(n);
 }
 
+/* Appends c to a growing, NUL-terminated buffer; false when out of memory. */
+static inline bool ucii_buf_put(char **buf, size_t *len, size_t *cap, char c)
+{
+	if (*len + 1 >= *cap) {
+		size_t n = *cap ? *cap * 2 : 64;
+		char *b = realloc(*buf, n);
+		if (!b)
+			return false;
+		*buf = b;
+		*cap = n;
+	}
+	(*buf)[(*len)++] = c;
+	(*buf)[*len] = 0;
+	return true;
+}
+
 /* ---- errors ---- */
 UCI_HIDDEN int ucii_err(struct uci_context *ctx, int code);
 UCI_HIDDEN void ucii_pctx_clear(struct uci_context *ctx);

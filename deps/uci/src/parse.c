@@ -47,17 +47,7 @@ static void begin_line(struct parser *ps)
 
 static bool wput(struct parser *ps, char c)
 {
-	if (ps->wlen + 1 >= ps->wcap) {
-		size_t n = ps->wcap ? ps->wcap * 2 : 64;
-		char *w = realloc(ps->w, n);
-		if (!w)
-			return false;
-		ps->w = w;
-		ps->wcap = n;
-	}
-	ps->w[ps->wlen++] = c;
-	ps->w[ps->wlen] = 0;
-	return true;
+	return ucii_buf_put(&ps->w, &ps->wlen, &ps->wcap, c);
 }
 
 /* Appends n bytes of the input at pos and moves past them. */
