@@ -19,7 +19,15 @@ add_test(NAME abi.needed
 if(NOT CMAKE_CROSSCOMPILING)
   add_test(NAME consumer.install
            COMMAND ${PROJECT_SOURCE_DIR}/tests/consumer/run ${PROJECT_BINARY_DIR})
+  set(_env "TMPDIR=${PROJECT_BINARY_DIR}" "CC=${CMAKE_C_COMPILER}")
+  # A system libuci outside the default paths (a staged one): the consumer's
+  # build finds it there, and its programs load it from there.
+  if(KIV_UCI_KIND STREQUAL "system")
+    get_filename_component(_uci_prefix "${UCI_INCLUDE_DIR}" DIRECTORY)
+    get_filename_component(_uci_libdir "${UCI_LIBRARY}" DIRECTORY)
+    list(APPEND _env "CMAKE_PREFIX_PATH=${_uci_prefix}"
+                     "LD_LIBRARY_PATH=${_uci_libdir}")
+  endif()
   set_tests_properties(consumer.install PROPERTIES
-    TIMEOUT 300
-    ENVIRONMENT "TMPDIR=${PROJECT_BINARY_DIR};CC=${CMAKE_C_COMPILER}")
+    TIMEOUT 300 ENVIRONMENT "${_env}")
 endif()

@@ -2,6 +2,8 @@
 // reader of uci_load) in strict and in lax mode, then the writer through
 // uci_export.  Checked: for packages whose section types are plain words,
 // exporting, importing the export and exporting again gives the same text.
+// The same bytes are also read as batch input by uci_parse_argument, which
+// must give a word on every call and reach the end of the input.
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -33,10 +35,25 @@ uci_package *import(uci_context *ctx, const void *data, size_t size) {
   return rc == UCI_OK ? p : nullptr;
 }
 
+void batch_words(const uint8_t *data, size_t size) {
+  uci_context *ctx = uci_alloc_context();
+  FILE *f = fmemopen(const_cast<uint8_t *>(data), size, "r");
+  if (!ctx || !f) abort();
+  char *line = nullptr, *word = nullptr;
+  // At most one word per byte, and one "" per line.
+  for (size_t calls = 0; !feof(f); calls++) {
+    if (uci_parse_argument(ctx, f, &line, &word)) break;
+    if (!word || calls > 2 * size + 2) abort();
+  }
+  fclose(f);
+  uci_free_context(ctx);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size < 1) return 0;
+  if (size > 1) batch_words(data + 1, size - 1);
   uci_context *ctx = uci_alloc_context();
   if (!ctx) abort();
   if (data[0] & 1) ctx->flags = static_cast<uci_flags>(ctx->flags & ~UCI_FLAG_STRICT);

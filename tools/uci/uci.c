@@ -2,12 +2,9 @@
 #define _GNU_SOURCE
 #include <uci.h>
 
-#include <errno.h>
-#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 enum {
@@ -273,56 +270,10 @@ static int one_package(enum pkg_cmd cmd, char *arg)
 
 /* ---- import ---- */
 
-/* Writes p over <confdir>/<name> (mode 0600 when new). */
-static int write_config(struct uci_package *p)
-{
-	size_t n = strlen(ctx->confdir) + strlen(p->e.name) + 16;
-	char *tmp = malloc(n), *path = malloc(n);
-	struct stat st;
-	mode_t mode = 0600;
-	FILE *f;
-	int fd, rc = 0;
-
-	if (!tmp || !path) {
-		free(tmp);
-		free(path);
-		return UCI_ERR_MEM;
-	}
-	snprintf(path, n, "%s/%s", ctx->confdir, p->e.name);
-	snprintf(tmp, n, "%s/.%s.uci-XXXXXX", ctx->confdir, p->e.name);
-	if (!stat(path, &st))
-		mode = st.st_mode & 07777;
-	fd = mkstemp(tmp);
-	if (fd < 0) {
-		free(tmp);
-		free(path);
-		return UCI_ERR_IO;
-	}
-	f = fdopen(fd, "w");
-	if (!f) {
-		close(fd);
-		rc = UCI_ERR_IO;
-	} else {
-		uci_export(ctx, f, p, false);
-		if (fflush(f) || fsync(fd) || fchmod(fd, mode))
-			rc = UCI_ERR_IO;
-		if (fclose(f))
-			rc = UCI_ERR_IO;
-	}
-	if (!rc && rename(tmp, path))
-		rc = UCI_ERR_IO;
-	if (rc)
-		unlink(tmp);
-	free(tmp);
-	free(path);
-	return rc;
-}
-
 static int cmd_import(char *name)
 {
 	struct uci_package *p = NULL;
 	struct uci_element *e, *tmp;
-	int rc;
 
 	if (cli_flags & CLI_MERGE) {
 		if (!name)
@@ -341,10 +292,13 @@ static int cmd_import(char *name)
 		cli_perror();
 		return 1;
 	}
+	/* each package read replaces <confdir>/<name> */
 	uci_foreach_element_safe(&ctx->root, tmp, e) {
-		rc = write_config(uci_to_package(e));
-		if (rc)
-			return fail(rc);
+		p = uci_to_package(e);
+		if (uci_commit(ctx, &p, true)) {
+			cli_perror();
+			return 1;
+		}
 	}
 	return 0;
 }
@@ -448,31 +402,43 @@ static int cmd_add(char *pkg, const char *type)
 
 static int run(int argc, char **argv);
 
+/* Runs one command per line of the input, each as if given on the command
+ * line: the packages it loaded are dropped afterwards. */
 static int cmd_batch(void)
 {
+	enum { MAX_ARGS = 8 };
 	char *line = NULL;
 	int rc = 0;
 
-	for (;;) {
-		char *args[8], *w;
-		int n = 0;
-		free(line);
-		line = NULL;
-		if (uci_parse_argument(ctx, input, &line, &w) || !line)
-			break;
-		while (w && n < 8) {
-			args[n++] = w;
-			if (uci_parse_argument(ctx, input, &line, &w))
-				break;
+	while (!feof(input)) {
+		struct uci_element *e, *tmp;
+		char *args[MAX_ARGS], *w;
+		int n;
+
+		if (uci_parse_argument(ctx, input, &line, &args[0])) {
+			cli_perror();
+			return 1;
 		}
-		if (!n)
+		if (!args[0][0])
 			continue;
+		/* every word of the line is read; past MAX_ARGS they only count */
+		for (n = 1;; n++) {
+			if (uci_parse_argument(ctx, input, &line, &w)) {
+				cli_perror();
+				return 1;
+			}
+			if (!w[0])
+				break;
+			if (n < MAX_ARGS)
+				args[n] = w;
+		}
 		if (!strcmp(args[0], "exit"))
 			break;
-		rc = run(n, args);
+		rc = run(n < MAX_ARGS ? n : MAX_ARGS, args);
 		fflush(stdout);
+		uci_foreach_element_safe(&ctx->root, tmp, e)
+			uci_unload(ctx, uci_to_package(e));
 	}
-	free(line);
 	return rc;
 }
 

@@ -161,9 +161,11 @@ extern int uci_add_delta_path(struct uci_context *ctx, const char *dir);
  * and reloads the package into ptr->p. */
 extern int uci_revert(struct uci_context *ctx, struct uci_ptr *ptr);
 
-/* Reads one shell-like word from stream into *result, using *str as the
- * line buffer (allocated, the caller frees it).  *result is NULL at the end
- * of the line. */
+/* Reads one shell-like word of a line of stream into *result; at the end
+ * of the line *result is "" and *str NULL, and the next call reads the next
+ * line (also when *str is NULL).  The line and its words belong to the
+ * context and stay valid until the next line is read.  A quote left open
+ * at the end of a line goes on to the next. */
 extern int uci_parse_argument(struct uci_context *ctx, FILE *stream, char **str, char **result);
 
 /* Selects a backend by name; only "file" exists. */

@@ -482,6 +482,16 @@ int uci_commit(struct uci_context *ctx, struct uci_package **package, bool overw
 	if (!package || !*package)
 		return ucii_err(ctx, UCI_ERR_INVAL);
 	p = *package;
+	/* A package with no file yet (an import) is written over
+	 * <confdir>/<name>, when the caller asks to overwrite. */
+	if (!p->path && overwrite) {
+		free(UCII_OWN(p)->str);
+		p->path = UCII_OWN(p)->str = ucii_path(ctx->confdir, p->e.name);
+		if (!p->path)
+			return ucii_err(ctx, UCI_ERR_MEM);
+	}
+	if (!p->path)
+		return ucii_err(ctx, UCI_ERR_INVAL);
 	if (!p->has_delta)
 		return ucii_err(ctx, commit_by_path(ctx, p));
 
@@ -542,12 +552,11 @@ out:
 struct revert_filter {
 	struct uci_context *ctx;
 	const char *pkg, *sec, *opt;
-	const char *buf;
 	char *out;
 	size_t outlen;
 };
 
-static int revert_line(void *arg, char *word, size_t start, size_t end)
+static int revert_line(void *arg, char *word, const char *line, size_t n)
 {
 	struct revert_filter *r = arg;
 	struct uci_ptr ptr;
@@ -565,8 +574,8 @@ static int revert_line(void *arg, char *word, size_t start, size_t end)
 	}
 	r->ctx->err = err;
 	if (!drop) {
-		memcpy(r->out + r->outlen, r->buf + start, end - start);
-		r->outlen += end - start;
+		memcpy(r->out + r->outlen, line, n);
+		r->outlen += n;
 	}
 	return 0;
 }
@@ -596,7 +605,6 @@ static int filter_savefile(struct uci_context *ctx, const char *pkg, const char 
 	r.pkg = pkg;
 	r.sec = sec;
 	r.opt = opt;
-	r.buf = buf;
 	r.out = malloc(len + 1);
 	if (!r.out) {
 		free(buf);
@@ -829,12 +837,99 @@ int uci_export(struct uci_context *ctx, FILE *stream, struct uci_package *packag
 
 /* ---- batch argument reader ---- */
 
+/* Reads the next logical line of f into pc->abuf: a quote left open at the
+ * end of a line, or a backslash ending one outside single quotes, goes on
+ * to the next; a comment runs to the line feed; a NUL byte ends its line.
+ * 0, or an error code (with the parse detail for an open quote at EOF). */
+static int read_batch_line(struct uci_context *ctx, FILE *f)
+{
+	struct uci_parse_context *pc = ctx->pctx;
+	char quote = 0;
+	bool esc = false, comment = false, word_start = true, nul = false;
+	int c;
+
+	pc->alen = pc->apos = 0;
+	if (!ucii_buf_put(&pc->abuf, &pc->alen, &pc->acap, 0))
+		return UCI_ERR_MEM;
+	pc->alen = 0;
+	while ((c = getc(f)) != EOF) {
+		if (nul && c != '\n')
+			continue;
+		nul = false;
+		if (c == 0) {
+			nul = true;
+			continue;
+		}
+		if (!ucii_buf_put(&pc->abuf, &pc->alen, &pc->acap, (char)c))
+			return UCI_ERR_MEM;
+		if (c == '\n') {
+			pc->aline++;
+			if (!quote && !esc)
+				return 0;
+			esc = false;
+		} else if (comment) {
+			continue;
+		} else if (esc) {
+			esc = false;
+		} else if (quote) {
+			if (c == quote)
+				quote = 0;
+			else if (c == '\\' && quote == '"')
+				esc = true;
+		} else {
+			if (c == '\'' || c == '"')
+				quote = (char)c;
+			else if (c == '\\')
+				esc = true;
+			else if (c == '#' && word_start)
+				comment = true;
+			word_start = c == ' ' || c == '\t';
+		}
+	}
+	if (ferror(f))
+		return UCI_ERR_IO;
+	if (quote) {
+		ucii_parse_error(ctx, quote == '"' ? "EOF with unterminated \"" :
+				 "EOF with unterminated '", pc->aline, (int)pc->alen);
+		return UCI_ERR_PARSE;
+	}
+	return 0;
+}
+
+/* Unquotes the word at in in place; returns where the next one may start. */
+static char *unquote_word(char *in, char *end, char **word)
+{
+	char *out = *word = in;
+	char quote = 0;
+
+	for (; in < end; in++) {
+		if (!quote && (*in == ' ' || *in == '\t' || *in == '\n'))
+			break;
+		if (*in == quote) {
+			quote = 0;
+			continue;
+		}
+		if (!quote && (*in == '\'' || *in == '"')) {
+			quote = *in;
+			continue;
+		}
+		if (*in == '\\' && quote != '\'' && in + 1 < end) {
+			if (*++in == '\n')
+				continue;  /* a continued line */
+		}
+		*out++ = *in;
+	}
+	if (in < end)
+		in++;
+	*out = 0;
+	return in;
+}
+
 int uci_parse_argument(struct uci_context *ctx, FILE *stream, char **str, char **result)
 {
 	struct uci_parse_context *pc;
-	char *line = NULL, *out, *in;
-	size_t cap = 0;
-	ssize_t n;
+	char *in, *end;
+	int rc;
 
 	if (!ctx)
 		return UCI_ERR_INVAL;
@@ -844,50 +939,32 @@ int uci_parse_argument(struct uci_context *ctx, FILE *stream, char **str, char *
 		return ucii_err(ctx, UCI_ERR_MEM);
 	pc = ctx->pctx;
 	*result = NULL;
-
-	if (!*str) {
-		n = getline(&line, &cap, stream);
-		if (n < 0) {
-			free(line);
-			return ucii_err(ctx, 0);
-		}
-		*str = line;
-		pc->apos = 0;
-		pc->alen = (size_t)n;
+	if (pc->astream != stream) {
+		pc->astream = stream;
+		pc->aline = 0;
+		*str = NULL;
 	}
-	in = *str + pc->apos;
-	while (*in == ' ' || *in == '\t')
+	if (!*str || !pc->abuf) {
+		rc = read_batch_line(ctx, stream);
+		if (rc)
+			return ucii_err(ctx, rc);
+	}
+
+	/* The words are unquoted in place and stay valid until the next line
+	 * is read.  At the end of the line the result is "" and *str NULL, so
+	 * the next call reads a new line. */
+	in = pc->abuf + pc->apos;
+	end = pc->abuf + pc->alen;
+	while (in < end && (*in == ' ' || *in == '\t'))
 		in++;
-	if (!*in || *in == '\n' || *in == '#') {
-		pc->apos = (size_t)(in - *str);
+	if (in == end || *in == '\n' || *in == '#') {
+		pc->apos = pc->alen;
+		*result = end;
+		*str = NULL;
 		return ucii_err(ctx, 0);
 	}
-	/* unquote in place: the result shrinks, so it fits */
-	out = *result = in;
-	while (*in && *in != ' ' && *in != '\t' && *in != '\n') {
-		if (*in == '\'') {
-			for (in++; *in && *in != '\''; )
-				*out++ = *in++;
-			if (*in)
-				in++;
-		} else if (*in == '"') {
-			for (in++; *in && *in != '"'; ) {
-				if (*in == '\\' && in[1])
-					in++;
-				*out++ = *in++;
-			}
-			if (*in)
-				in++;
-		} else if (*in == '\\' && in[1]) {
-			in++;
-			*out++ = *in++;
-		} else {
-			*out++ = *in++;
-		}
-	}
-	if (*in)
-		in++;
-	pc->apos = (size_t)(in - *str);
-	*out = 0;
+	in = unquote_word(in, end, result);
+	pc->apos = (size_t)(in - pc->abuf);
+	*str = in;
 	return ucii_err(ctx, 0);
 }

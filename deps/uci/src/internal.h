@@ -15,9 +15,12 @@ struct uci_parse_context {
 	const char *reason;
 	int line;
 	int byte;
-	/* uci_parse_argument */
+	/* uci_parse_argument: the logical line being split, read from
+	 * astream, whose lines were counted in aline */
+	FILE *astream;
 	char *abuf;
-	size_t apos, alen;
+	size_t apos, alen, acap;
+	int aline;
 };
 
 /* Strings a node owns, recorded right behind the node (uci_dataptr); the
@@ -72,6 +75,22 @@ static inline void ucii_list_del(struct uci_list *n)
 	ucii_list_init(n);
 }
 
+/* Appends c to a growing, NUL-terminated buffer; false when out of memory. */
+static inline bool ucii_buf_put(char **buf, size_t *len, size_t *cap, char c)
+{
+	if (*len + 1 >= *cap) {
+		size_t n = *cap ? *cap * 2 : 64;
+		char *b = realloc(*buf, n);
+		if (!b)
+			return false;
+		*buf = b;
+		*cap = n;
+	}
+	(*buf)[(*len)++] = c;
+	(*buf)[*len] = 0;
+	return true;
+}
+
 /* ---- errors ---- */
 UCI_HIDDEN int ucii_err(struct uci_context *ctx, int code);
 UCI_HIDDEN void ucii_pctx_clear(struct uci_context *ctx);
@@ -108,8 +127,9 @@ UCI_HIDDEN int ucii_apply_delta(struct uci_context *ctx, struct uci_package *p, 
 /* ---- parser, writer ---- */
 UCI_HIDDEN int ucii_parse_config(struct uci_context *ctx, const char *buf, size_t len, struct ucii_parse_job *job);
 /* Calls fn for each delta line of buf: word is the line's first argument
- * (modifiable), [start, end) its raw bytes.  fn returns non-zero to stop. */
-typedef int (*ucii_delta_line_fn)(void *arg, char *word, size_t start, size_t end);
+ * (modifiable), line and n its bytes as read (a NUL ends a line, so they
+ * need not lie in buf).  fn returns non-zero to stop. */
+typedef int (*ucii_delta_line_fn)(void *arg, char *word, const char *line, size_t n);
 UCI_HIDDEN int ucii_parse_delta_lines(struct uci_context *ctx, const char *buf, size_t len, ucii_delta_line_fn fn, void *arg);
 /* Applies the delta lines of buf to p; returns how many applied. */
 UCI_HIDDEN int ucii_delta_replay(struct uci_context *ctx, struct uci_package *p, const char *buf, size_t len);

@@ -47,17 +47,7 @@ static void begin_line(struct parser *ps)
 
 static bool wput(struct parser *ps, char c)
 {
-	if (ps->wlen + 1 >= ps->wcap) {
-		size_t n = ps->wcap ? ps->wcap * 2 : 64;
-		char *w = realloc(ps->w, n);
-		if (!w)
-			return false;
-		ps->w = w;
-		ps->wcap = n;
-	}
-	ps->w[ps->wlen++] = c;
-	ps->w[ps->wlen] = 0;
-	return true;
+	return ucii_buf_put(&ps->w, &ps->wlen, &ps->wcap, c);
 }
 
 /* Appends n bytes of the input at pos and moves past them. */
@@ -108,6 +98,34 @@ static void skip_rest_of_line(struct parser *ps)
 	ps->pos = nl ? (size_t)(nl - ps->buf) + 1 : ps->len;
 	ps->line_done = true;
 	ps->cmd_done = true;
+}
+
+/* The text the parsers read.  A NUL byte ends its line: the bytes after it
+ * up to the line feed are not read.  Returns buf, or when it holds a NUL a
+ * copy without those bytes (also in *own, to be freed; *len updated), or
+ * NULL when out of memory. */
+static const char *readable_text(const char *buf, size_t *len, char **own)
+{
+	const char *p = buf, *end = buf + *len, *nul;
+	char *o;
+
+	*own = NULL;
+	if (!*len || !memchr(buf, 0, *len))
+		return buf;
+	o = *own = malloc(*len + 1);
+	if (!o)
+		return NULL;
+	while ((nul = memchr(p, 0, (size_t)(end - p))) != NULL) {
+		const char *nl = memchr(nul, '\n', (size_t)(end - nul));
+		memcpy(o, p, (size_t)(nul - p));
+		o += nul - p;
+		p = nl ? nl : end;
+	}
+	memcpy(o, p, (size_t)(end - p));
+	o += end - p;
+	*o = 0;
+	*len = (size_t)(o - *own);
+	return *own;
 }
 
 /* Reads the next argument of the command into ps->w: 1 read, 0 none left,
@@ -310,16 +328,28 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 	char *a = NULL, *b = NULL;
 	int rc = -1, r;
 
-	if ((kw == 'o' || kw == 'l') && !st->pkg) {
+	/* Checked before any argument is read: reported at the keyword. */
+	if (kw == 'o' || kw == 'l') {
+		if (!st->pkg && !job->name)
+			ps->reason = "attempting to import a file without a package name";
+		else if (!st->sec && !st->secname)
+			ps->reason = "option/list command found before the first section";
+	} else if (kw == 'c' && !st->pkg) {
+		if (job->name)
+			st->pkg = import_package(ps, st, job->name);
+		else
+			ps->reason = "attempting to import a file without a package name";
+		if (!st->pkg && !ps->reason)
+			return -1;
+	}
+	if (ps->reason) {
 		ps->pos = kw_at;
-		ps->reason = job->mode == UCII_PARSE_IMPORT ?
-			"attempting to import a file without a package name" :
-			"option/list command found before the first section";
 		return -1;
 	}
-	if ((kw == 'o' || kw == 'l') && !st->sec && !st->secname) {
-		ps->pos = kw_at;
-		ps->reason = "option/list command found before the first section";
+	/* A keyword that ends the text: reported where the name would be. */
+	if (ps->pos > ps->len) {
+		ps->reason = kw == 'p' ? "package without name" :
+			kw == 'c' ? "config without name" : "option without name";
 		return -1;
 	}
 
@@ -370,17 +400,6 @@ static int run_command(struct parser *ps, struct cfg_state *st, char kw, size_t 
 			if ((r = read_arg(ps)) != 0) {
 				if (r > 0)
 					ps->reason = "too many arguments";
-				goto out;
-			}
-		}
-		if (!st->pkg) {
-			if (job->mode == UCII_PARSE_IMPORT && job->name)
-				st->pkg = import_package(ps, st, job->name);
-			if (!st->pkg) {
-				if (!st->nomem) {
-					ps->pos = kw_at;
-					ps->reason = "attempting to import a file without a package name";
-				}
 				goto out;
 			}
 		}
@@ -477,52 +496,34 @@ nomem:
 	return -1;
 }
 
-/* Reads the keyword at pos (split at blank or TAB only). */
+/* Reads the keyword at pos (split at blank or TAB only): *kw is 'c', 'o',
+ * 'l' or 'p', or 0 for a comment (the line is skipped); *at is where the
+ * word starts.  -1 for any other word. */
 static int read_keyword(struct parser *ps, char *kw, size_t *at)
 {
-	size_t start = ps->pos, end = start;
-	size_t n;
+	size_t start = ps->pos, end = start, n;
+	char c = ps->buf[start];
+	const char *word = c == 'c' ? "config" : c == 'o' ? "option" :
+		c == 'l' ? "list" : c == 'p' ? "package" : NULL;
 
 	while (end < ps->len && ps->buf[end] != ' ' && ps->buf[end] != '\t') {
 		if (ps->buf[end++] == '\n')
 			break;
 	}
 	*at = start;
-	n = end - start;
-	ps->pos = end;
-	if (ps->buf[start] == '#') {
-		ps->pos = start;
+	*kw = 0;
+	if (c == '#') {
 		skip_rest_of_line(ps);
-		*kw = 0;
 		return 0;
 	}
-#define KW(word, c) \
-	if ((n == sizeof(word) - 1 && !memcmp(ps->buf + start, word, n)) || \
-	    (n == 1 && ps->buf[start] == c)) { \
-		*kw = c; \
-		if (end == ps->len) { \
-			ps->reason = word " without name"; \
-			return -1; \
-		} \
-		if (end < ps->len && (ps->buf[end] == ' ' || ps->buf[end] == '\t')) \
-			ps->pos++; \
-		return 0; \
-	}
-	KW("config", 'c')
-	KW("option", 'o')
-	KW("package", 'p')
-	if ((n == 4 && !memcmp(ps->buf + start, "list", 4)) || (n == 1 && ps->buf[start] == 'l')) {
-		*kw = 'l';
-		if (end == ps->len) {
-			ps->reason = "option without name";
-			return -1;
-		}
-		if (ps->buf[end] == ' ' || ps->buf[end] == '\t')
-			ps->pos++;
+	n = end - start;
+	if (word && (n == 1 || (n == strlen(word) && !memcmp(ps->buf + start, word, n)))) {
+		*kw = c;
+		/* past the keyword and the blank after it (past the end of the
+		 * text when nothing follows) */
+		ps->pos = end + 1;
 		return 0;
 	}
-#undef KW
-	ps->pos = start;
 	ps->reason = "invalid command";
 	return -1;
 }
@@ -531,8 +532,13 @@ int ucii_parse_config(struct uci_context *ctx, const char *buf, size_t len, stru
 {
 	struct parser ps;
 	struct cfg_state st;
+	char *own;
 	int rc = 0;
 
+	ucii_pctx_clear(ctx);
+	buf = readable_text(buf, &len, &own);
+	if (!buf)
+		return UCI_ERR_MEM;
 	memset(&ps, 0, sizeof(ps));
 	memset(&st, 0, sizeof(st));
 	ps.ctx = ctx;
@@ -541,7 +547,6 @@ int ucii_parse_config(struct uci_context *ctx, const char *buf, size_t len, stru
 	st.job = job;
 	if (job->mode != UCII_PARSE_IMPORT)
 		st.pkg = job->pkg;
-	ucii_pctx_clear(ctx);
 
 	while (ps.pos < ps.len) {
 		begin_line(&ps);
@@ -551,6 +556,7 @@ int ucii_parse_config(struct uci_context *ctx, const char *buf, size_t len, stru
 			int c;
 
 			ps.cmd_done = false;
+			ps.reason = NULL;
 			while ((c = peek(&ps, 0)) == ' ' || c == '\t')
 				ps.pos++;
 			if (c == -1)
@@ -588,6 +594,7 @@ int ucii_parse_config(struct uci_context *ctx, const char *buf, size_t len, stru
 		}
 	}
 done:
+	free(own);
 	free(st.secname);
 	free(ps.w);
 	free(ps.slot[0]);
@@ -600,8 +607,12 @@ done:
 int ucii_parse_delta_lines(struct uci_context *ctx, const char *buf, size_t len, ucii_delta_line_fn fn, void *arg)
 {
 	struct parser ps;
+	char *own;
 	int rc = 0;
 
+	buf = readable_text(buf, &len, &own);
+	if (!buf)
+		return UCI_ERR_MEM;
 	memset(&ps, 0, sizeof(ps));
 	ps.ctx = ctx;
 	ps.buf = buf;
@@ -625,7 +636,7 @@ int ucii_parse_delta_lines(struct uci_context *ctx, const char *buf, size_t len,
 				break;
 			}
 			skip_rest_of_line(&ps);
-			r = fn(arg, w, start, ps.pos);
+			r = fn(arg, w, buf + start, ps.pos - start);
 			free(w);
 			if (r)
 				break;
@@ -633,6 +644,7 @@ int ucii_parse_delta_lines(struct uci_context *ctx, const char *buf, size_t len,
 			skip_rest_of_line(&ps);
 		}
 	}
+	free(own);
 	free(ps.w);
 	return rc;
 }
@@ -656,14 +668,14 @@ struct replay {
 	int applied;
 };
 
-static int replay_line(void *arg, char *word, size_t start, size_t end)
+static int replay_line(void *arg, char *word, const char *line, size_t n)
 {
 	struct replay *r = arg;
 	struct uci_ptr ptr;
 	enum uci_command cmd = delta_cmd(&word);
 	int err = r->ctx->err;
-	(void)start;
-	(void)end;
+	(void)line;
+	(void)n;
 
 	if (uci_parse_ptr(r->ctx, &ptr, word)) {
 		r->ctx->err = err;

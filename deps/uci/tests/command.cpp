@@ -7,6 +7,7 @@
 #include <stdlib.h>
 
 using namespace ucitest;
+using namespace std::string_literals;
 
 namespace {
 
@@ -34,6 +35,7 @@ const char kNet[] =
 class Command : public ::testing::Test {
  protected:
   void SetUp() override {
+    if (!*kUciCommand) GTEST_SKIP() << "our uci command is not built: " << kNotOurs;
     mkdir((tmp_ / "conf").c_str(), 0755);
     write_file(conf("n"), kNet);
   }
@@ -41,7 +43,7 @@ class Command : public ::testing::Test {
   std::string save(const std::string &p) { return tmp_ / ("save/" + p); }
   // Runs uci -c CONF -t SAVE ARGS...
   Result uci(std::vector<std::string> args, const std::string &in = "") {
-    std::vector<std::string> argv = {KIV_UCI_CLI_PATH, "-C", "", "-c", tmp_ / "conf", "-t", tmp_ / "save"};
+    std::vector<std::string> argv = {kUciCommand, "-C", "", "-c", tmp_ / "conf", "-t", tmp_ / "save"};
     argv.insert(argv.end(), args.begin(), args.end());
     return run(argv, in);
   }
@@ -242,7 +244,8 @@ TEST_F(Command, AddRevertAndCommitLayout) {
 }
 
 TEST_F(Command, ParseErrorsAndLenientMode) {
-  write_file(conf("bad"), "config t a\n\toption o 1\n\tbogus line\n");
+  // (a NUL byte ends its line: the quote behind it does not open)
+  write_file(conf("bad"), "config t a\n\toption o 1\0'\n\tbogus line\n"s);
   expect_error({"show", "bad"}, 1, "uci: Parse error (invalid command) at line 3, byte 1\n");
   expect_error({"get", "bad.a.o"}, 1, "uci: Parse error (invalid command) at line 3, byte 1\n");
   Result r = uci({"-S", "-q", "show", "bad"});
@@ -260,16 +263,16 @@ TEST_F(Command, ParseErrorsAndLenientMode) {
   EXPECT_EQ(r.err, "uci: Parse error (invalid command) at line 3, byte 1\n");
 
   TempDir empty;
-  r = run({KIV_UCI_CLI_PATH, "-c", empty.path(), "show"});
+  r = run({kUciCommand, "-c", empty.path(), "show"});
   EXPECT_EQ(r.rc, 1);
   EXPECT_EQ(r.err, "uci: Entry not found\n");
 }
 
 TEST_F(Command, DeltaDirectoryOptions) {
   std::string P = tmp_ / "P";
-  Result r = run({KIV_UCI_CLI_PATH, "-c", tmp_ / "conf", "-P", P, "set", "n.lan.proto=x"});
+  Result r = run({kUciCommand, "-c", tmp_ / "conf", "-P", P, "set", "n.lan.proto=x"});
   EXPECT_EQ(r.rc, 0);
-  r = run({KIV_UCI_CLI_PATH, "-c", tmp_ / "conf", "-P", P, "commit", "n"});
+  r = run({kUciCommand, "-c", tmp_ / "conf", "-P", P, "commit", "n"});
   EXPECT_EQ(r.rc, 0);
   EXPECT_EQ(read_file(conf("n")), kNet);
   EXPECT_EQ(read_file(P + "/n"), "n.lan.proto='x'\n");
@@ -340,18 +343,28 @@ TEST_F(Command, ListQuotingUsageAndExitCodes) {
   r = uci({"-z"});
   EXPECT_EQ(r.rc, 0);
   EXPECT_NE(r.err.find("invalid option"), std::string::npos);
-  r = uci({"batch"}, "set n.lan.proto=batch\nget n.lan.proto\nexit\nget n.lan.ifname\n");
+  r = uci({"batch"}, "set n.lan.proto=\"Hello,\n  World\"\nget n.lan.proto\n# it's\n\nexit\nget n.lan.ifname\n");
   EXPECT_EQ(r.rc, 0);
-  EXPECT_EQ(r.out, "batch\n");
+  EXPECT_EQ(r.out, "Hello,\n  World\n");
+  // Each line runs as its own command: the second removal sees the
+  // numbering of the committed file.
+  EXPECT_EQ(uci({"batch"}, "del n.@route[0]\ncommit n\ndel n.@route[0]\ncommit n\n").rc, 0);
+  EXPECT_EQ(read_file(conf("n")).find("config route"), std::string::npos);
 }
 
 // The default paths: /etc/config and /tmp/.uci, through the shell, as the
 // library's callers run the command.
-class CommandOnDefaultPaths : public kivtest::SandboxTest {};
+class CommandOnDefaultPaths : public kivtest::SandboxTest {
+ protected:
+  void SetUp() override {
+    if (!*kUciCommand) GTEST_SKIP() << "our uci command is not built: " << kNotOurs;
+    SandboxTest::SetUp();
+  }
+};
 
 TEST_F(CommandOnDefaultPaths, CallersPipelinesWork) {
   using kivtest::Sandbox;
-  Sandbox::install_command("uci", KIV_UCI_CLI_PATH);
+  Sandbox::install_command("uci", kUciCommand);
   Sandbox::write_file("/etc/config/network", kNet, 0644);
   Sandbox::write_file("/etc/config/wireless",
                       "config wifi-iface 'ath0'\n\toption ssid 'Home Net'\n\toption encryption psk2\n"

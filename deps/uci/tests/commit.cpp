@@ -19,7 +19,16 @@ using namespace ucitest;
 
 namespace {
 
-class Commit : public kivtest::SandboxTest {};
+// What these prove is our own libuci's: its lock, its routes of rewrite.
+class Commit : public kivtest::SandboxTest {
+ protected:
+  void SetUp() override {
+    if (!kOwnLibuci || !*kUciCommand)
+      GTEST_SKIP() << "a property of our own libuci and uci command: "
+                   << kNotOurs;
+    kivtest::SandboxTest::SetUp();
+  }
+};
 
 constexpr const char kOld[] = "config s 'a'\n\toption o 'old'\n";
 constexpr const char kNew[] = "\nconfig s 'a'\n\toption o 'new'\n\n";
@@ -145,7 +154,7 @@ TEST_F(Commit, ConcurrentCommittersLoseNothing) {
   // them, each pair sharing its delta directory.
   Sandbox::write_file("/tmp/conf/p", "config s 'a'\n");
   std::string script =
-      "U=" KIV_UCI_CLI_PATH
+      "U=" + std::string(kUciCommand) +
       "; for j in 1 2 3 4; do"
       "  (i=1; while [ $i -le 50 ]; do"
       "     \"$U\" -c /tmp/conf -t /tmp/save$((j/3)) add_list p.a.l$j=$i &&"

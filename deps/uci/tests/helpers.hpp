@@ -12,6 +12,21 @@
 
 namespace ucitest {
 
+// The tests run against the project's own libuci, or a system's.
+#ifdef KIV_SYSTEM_UCI
+inline constexpr bool kOwnLibuci = false;
+#else
+inline constexpr bool kOwnLibuci = true;
+#endif
+inline constexpr char kNotOurs[] = "the build links the system's libuci";
+
+// The uci command built on our own libuci ("" when not built).
+#ifdef KIV_UCI_CLI_PATH
+inline constexpr char kUciCommand[] = KIV_UCI_CLI_PATH;
+#else
+inline constexpr char kUciCommand[] = "";
+#endif
+
 // A temporary directory removed (recursively) at the end of the test.
 class TempDir {
  public:
