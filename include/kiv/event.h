@@ -44,7 +44,8 @@ typedef struct aeTimeEvent {
   void *clientData;
 } aeTimeEvent;
 
-/* Binary min-heap of timer records, ordered by (whenSec, whenMs). */
+/* Binary min-heap of timer records, ordered by (whenSec, whenMs).  A
+ * record's whenSec and whenMs must not change while it is in a heap. */
 typedef struct min_heap {
   aeTimeEvent **elements;
   uint32_t size;
