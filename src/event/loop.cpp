@@ -1,5 +1,5 @@
 // The reactor: select() over the registered descriptors, then the due
-// timers, on the uptime clock of sysinfo() in whole-second steps.
+// timers, on the system's uptime clock in whole-second steps.
 #include "kiv/event.h"
 
 #include <stdlib.h>
@@ -22,34 +22,64 @@ inline unsigned long set_word(const fd_set *set, int w) {
   return reinterpret_cast<const unsigned long *>(set)[w];
 }
 
-struct Uptime {
-  int64_t sec;
-  int64_t ms;  // always 0: the clock moves in whole seconds
-};
-
-// The timers' clock: the system uptime, immune to wall clock changes.
-Uptime aeGetUptime() {
+// The timers' clock, in whole seconds: the system's uptime, immune to wall
+// clock changes.  sysinfo() reports it as CLOCK_BOOTTIME rounded up to the
+// next whole second when there are nanoseconds; the clock is read here the
+// same way, which the C library serves without a system call.
+int64_t aeGetUptime() {
+  struct timespec ts;
+  if (clock_gettime(CLOCK_BOOTTIME, &ts) == 0)
+    return static_cast<int64_t>(ts.tv_sec) + (ts.tv_nsec != 0 ? 1 : 0);
   struct sysinfo info;
   memset(&info, 0, sizeof info);
   sysinfo(&info);
-  return Uptime{static_cast<int64_t>(info.uptime), 0};
+  return static_cast<int64_t>(info.uptime);
+}
+
+// Whether the deadline of te has come with the clock at second now (whose
+// millisecond part is 0).
+inline bool aeIsDue(const aeTimeEvent *te, int64_t now) {
+  return te->whenSec < now || (te->whenSec == now && te->whenMs <= 0);
+}
+
+// Splits a delay in milliseconds into seconds and a remainder with the sign
+// of the delay, as 64-bit division truncating towards zero does.  32-bit
+// targets have no 64-bit divide and would call a library routine of a
+// kilobyte: there it is done in 32-bit steps (long division in base 2^16).
+void split_milliseconds(int64_t milliseconds, int64_t *sec, int32_t *ms) {
+  const bool negative = milliseconds < 0;
+  const uint64_t m = negative ? 0 - static_cast<uint64_t>(milliseconds)
+                              : static_cast<uint64_t>(milliseconds);
+  uint64_t q = 0;
+  uint32_t r = 0;
+  if constexpr (sizeof(long) >= 8) {  // a multiplication on such targets
+    q = m / 1000;
+    r = static_cast<uint32_t>(m % 1000);
+  } else {
+    for (int shift = 48; shift >= 0; shift -= 16) {
+      uint32_t part = (r << 16) | (static_cast<uint32_t>(m >> shift) & 0xffff);
+      q = (q << 16) | (part / 1000);
+      r = part % 1000;
+    }
+  }
+  // q is below 2^54: it fits the signed type either way.
+  *sec = negative ? -static_cast<int64_t>(q) : static_cast<int64_t>(q);
+  *ms = negative ? -static_cast<int32_t>(r) : static_cast<int32_t>(r);
 }
 
 // Works out the deadline `milliseconds` from now into the record.
 void aeSetDeadline(int64_t milliseconds, aeTimeEvent *te) {
-  Uptime now = aeGetUptime();
-  int64_t sec = now.sec + milliseconds / 1000;
-  int64_t ms = now.ms + milliseconds % 1000;
-  if (ms >= 1000) {
-    ms -= 1000;
-    sec += 1;
-  }
-  // The record holds 32-bit seconds: a delay past their range stays at its
-  // end rather than wrapping round to a deadline that is already due.
+  int64_t sec;
+  int32_t ms;
+  split_milliseconds(milliseconds, &sec, &ms);
+  // The clock's millisecond part is 0, so ms stays below 1000: no carry.
+  sec += aeGetUptime();
+  // The record holds 32-bit seconds: a deadline past their range stays at
+  // its end rather than wrapping round to one that is already due.
   if (sec > INT32_MAX) sec = INT32_MAX;
   if (sec < INT32_MIN) sec = INT32_MIN;
   te->whenSec = static_cast<int32_t>(sec);
-  te->whenMs = static_cast<int32_t>(ms);
+  te->whenMs = ms;
 }
 
 }  // namespace
@@ -204,13 +234,13 @@ int aeProcessEvents(aeEventLoop *eventLoop, int flags) {
     const aeTimeEvent *nearest =
         timeEvents && !dontWait ? min_heap_top(&eventLoop->timers) : nullptr;
     if (nearest != nullptr) {
-      Uptime now = aeGetUptime();
-      int64_t sec = static_cast<int64_t>(nearest->whenSec) - now.sec;
+      // The clock's millisecond part is 0.
+      int64_t sec = static_cast<int64_t>(nearest->whenSec) - aeGetUptime();
       int64_t usec;
-      if (nearest->whenMs >= now.ms) {
-        usec = (nearest->whenMs - now.ms) * 1000;
+      if (nearest->whenMs >= 0) {
+        usec = static_cast<int64_t>(nearest->whenMs) * 1000;
       } else {
-        usec = (nearest->whenMs + 1000 - now.ms) * 1000;
+        usec = (static_cast<int64_t>(nearest->whenMs) + 1000) * 1000;
         sec -= 1;
       }
       if (sec < 0) sec = 0;
@@ -283,12 +313,17 @@ int aeProcessEvents(aeEventLoop *eventLoop, int flags) {
   if (!timeEvents) return processed;
 
   eventLoop->lastTime = static_cast<int64_t>(time(nullptr));
+  // The clock only moves forward: a record due by an earlier reading is due
+  // by a fresh one too, so the clock is read again only when the top record
+  // is not due by the last reading.
+  int64_t now = INT64_MIN;  // not read yet: nothing is due by it
   for (;;) {
     aeTimeEvent *te = min_heap_top(&eventLoop->timers);
     if (te == nullptr) break;
-    Uptime now = aeGetUptime();
-    if (te->whenSec > now.sec) break;
-    if (te->whenSec == now.sec && te->whenMs > now.ms) break;
+    if (!aeIsDue(te, now)) {
+      now = aeGetUptime();
+      if (!aeIsDue(te, now)) break;
+    }
     min_heap_pop(&eventLoop->timers);
     ++processed;
     // A record armed without a callback has nothing to run: it stays out.

@@ -9,6 +9,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -286,6 +287,32 @@ TEST(Loop, TimerResultsDisarmRearmOrRepeat) {
   ASSERT_EQ(aeCreateTimeEvent(el, 0, own, free_self, own), 0);
   EXPECT_EQ(aeProcessEvents(el, AE_TIME_EVENTS | AE_DONT_WAIT), 1);
   EXPECT_EQ(min_heap_size(&el->timers), 0u);
+}
+
+TEST(Loop, DeadlineIsTheSysinfoUptimePlusTheDelay) {
+  // The timers' clock is the uptime of sysinfo(): arming lies between two
+  // readings of it, and when they agree (else tried again, across a second
+  // boundary) the deadline is that second plus the delay, cut to 32 bits.
+  const int64_t delays[] = {0,      1,          999,       1000,
+                            1001,   -1,         -1001,     123456789012,
+                            -98765, 4294967295999, INT64_MAX, INT64_MIN};
+  Loop l;
+  aeTimeEvent te;
+  for (int64_t d : delays) {
+    for (int tries = 0;; ++tries) {
+      long before = uptime();
+      ASSERT_EQ(aeCreateTimeEvent(l.el, d, &te, count_timer, nullptr), 0);
+      long after = uptime();
+      aeDeleteTimeEvent(l.el, &te);
+      if (before != after && tries < 5) continue;
+      ASSERT_EQ(before, after) << "sysinfo() moved on at every try";
+      int64_t sec = std::clamp<int64_t>(before + d / 1000, INT32_MIN,
+                                        INT32_MAX);
+      EXPECT_EQ(te.whenSec, sec) << d;
+      EXPECT_EQ(te.whenMs, d % 1000) << d;
+      break;
+    }
+  }
 }
 
 TEST(Loop, DeadlinesRoundUpToClockSteps) {
