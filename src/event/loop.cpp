@@ -22,6 +22,20 @@ inline unsigned long set_word(const fd_set *set, int w) {
   return reinterpret_cast<const unsigned long *>(set)[w];
 }
 
+// The select state as the loop allocates it: the public sets, then what the
+// loop keeps for itself.
+struct SelectState {
+  aeSelectState sets;
+  // Slots whose mask holds bits beyond the two directions.  Such a slot may
+  // have no bit in either set, yet a pass must still give it an entry.
+  int oddSlots;
+};
+constexpr int kOddBits = ~(AE_READABLE | AE_WRITABLE);
+
+inline SelectState *state_of(aeEventLoop *eventLoop) {
+  return reinterpret_cast<SelectState *>(eventLoop->selectState);
+}
+
 // The timers' clock, in whole seconds: the system's uptime, immune to wall
 // clock changes.  sysinfo() reports it as CLOCK_BOOTTIME rounded up to the
 // next whole second when there are nanoseconds; the clock is read here the
@@ -103,23 +117,24 @@ aeEventLoop *aeCreateEventLoop(int setsize) {
   loop->stop = 0;
   loop->maxfd = -1;
   loop->beforeSleep = nullptr;
-  auto *state = static_cast<aeSelectState *>(malloc(sizeof(aeSelectState)));
+  auto *state = static_cast<SelectState *>(malloc(sizeof(SelectState)));
   if (state == nullptr) {
     free(loop->events);
     free(loop->fired);
     free(loop);
     return nullptr;
   }
-  FD_ZERO(&state->readSet);
-  FD_ZERO(&state->writeSet);
-  loop->selectState = state;
+  FD_ZERO(&state->sets.readSet);
+  FD_ZERO(&state->sets.writeSet);
+  state->oddSlots = 0;
+  loop->selectState = &state->sets;
   for (int i = 0; i < setsize; ++i) loop->events[i].mask = AE_NONE;
   return loop;
 }
 
 void aeDeleteEventLoop(aeEventLoop *eventLoop) {
   if (eventLoop == nullptr) return;
-  free(eventLoop->selectState);
+  free(state_of(eventLoop));
   free(eventLoop->events);
   free(eventLoop->fired);
   min_heap_destroy(&eventLoop->timers);
@@ -157,7 +172,7 @@ int aeResizeSetSize(aeEventLoop *eventLoop, int setsize) {
 
 int aeCreateFileEvent(aeEventLoop *eventLoop, int fd, int mask,
                       aeFileProc *proc, void *clientData) {
-  if (fd < 0 || (mask & ~(AE_READABLE | AE_WRITABLE)) != 0) return -1;
+  if (fd < 0) return -1;
   if (fd >= eventLoop->setsize) {
     int size = eventLoop->setsize;
     while (size <= fd) {
@@ -166,10 +181,11 @@ int aeCreateFileEvent(aeEventLoop *eventLoop, int fd, int mask,
     }
     if (aeResizeSetSize(eventLoop, size) != 0) return -1;
   }
-  aeSelectState *state = eventLoop->selectState;
-  if (mask & AE_READABLE) FD_SET(fd, &state->readSet);
-  if (mask & AE_WRITABLE) FD_SET(fd, &state->writeSet);
+  SelectState *state = state_of(eventLoop);
+  if (mask & AE_READABLE) FD_SET(fd, &state->sets.readSet);
+  if (mask & AE_WRITABLE) FD_SET(fd, &state->sets.writeSet);
   aeFileEvent *fe = &eventLoop->events[fd];
+  if ((fe->mask & kOddBits) == 0 && (mask & kOddBits) != 0) ++state->oddSlots;
   fe->mask |= mask;
   if (mask & AE_READABLE) fe->readProc = proc;
   if (mask & AE_WRITABLE) fe->writeProc = proc;
@@ -182,16 +198,17 @@ void aeDeleteFileEvent(aeEventLoop *eventLoop, int fd, int mask) {
   if (fd < 0 || fd >= eventLoop->setsize) return;
   aeFileEvent *fe = &eventLoop->events[fd];
   if (fe->mask == AE_NONE) return;
-  mask &= AE_READABLE | AE_WRITABLE;
+  SelectState *state = state_of(eventLoop);
+  if ((fe->mask & kOddBits) != 0 && (fe->mask & ~mask & kOddBits) == 0)
+    --state->oddSlots;
   fe->mask &= ~mask;
   if (fd == eventLoop->maxfd && fe->mask == AE_NONE) {
     int j = eventLoop->maxfd - 1;
     while (j >= 0 && eventLoop->events[j].mask == AE_NONE) --j;
     eventLoop->maxfd = j;
   }
-  aeSelectState *state = eventLoop->selectState;
-  if (mask & AE_READABLE) FD_CLR(fd, &state->readSet);
-  if (mask & AE_WRITABLE) FD_CLR(fd, &state->writeSet);
+  if (mask & AE_READABLE) FD_CLR(fd, &state->sets.readSet);
+  if (mask & AE_WRITABLE) FD_CLR(fd, &state->sets.writeSet);
 }
 
 int aeGetFileEvents(aeEventLoop *eventLoop, int fd) {
@@ -262,49 +279,58 @@ int aeProcessEvents(aeEventLoop *eventLoop, int flags) {
     int ready = select(eventLoop->maxfd + 1, &state->readyReadSet,
                        &state->readyWriteSet, nullptr, tvp);
     if (ready > 0) {
-      // Every descriptor with interest has its bit in readSet or writeSet
-      // (they are kept in step with the slots), so the walk from 0 up to
-      // maxfd visits the set bits of those words and skips the rest.
+      // A slot with a direction has its bit in readSet or writeSet (they
+      // are kept in step with the slots), so the walk from 0 up to maxfd
+      // visits the set bits of those words and skips the rest; only while
+      // some slot holds other bits does it visit every slot.
       int numevents = 0;
+      aeFiredEvent *fired = eventLoop->fired;
+      const aeFileEvent *events = eventLoop->events;
       const int words = eventLoop->maxfd / kWordBits + 1;
+      const bool everySlot = state_of(eventLoop)->oddSlots != 0;
       for (int w = 0; w < words; ++w) {
-        unsigned long interest = set_word(&state->readSet, w) |
-                                 set_word(&state->writeSet, w);
+        unsigned long interest = everySlot
+                                     ? ~0UL
+                                     : set_word(&state->readSet, w) |
+                                           set_word(&state->writeSet, w);
+        if (w == words - 1)  // nothing above maxfd
+          interest &= ~0UL >> (kWordBits - 1 - eventLoop->maxfd % kWordBits);
         const unsigned long readyRead = set_word(&state->readyReadSet, w);
         const unsigned long readyWrite = set_word(&state->readyWriteSet, w);
         while (interest != 0) {
           const int bit = __builtin_ctzl(interest);
           interest &= interest - 1;
           const int j = w * kWordBits + bit;
-          const aeFileEvent *fe = &eventLoop->events[j];
-          if (fe->mask == AE_NONE) continue;
-          int mask = AE_NONE;
-          if ((fe->mask & AE_READABLE) && ((readyRead >> bit) & 1UL))
-            mask |= AE_READABLE;
-          if ((fe->mask & AE_WRITABLE) && ((readyWrite >> bit) & 1UL))
-            mask |= AE_WRITABLE;
-          eventLoop->fired[numevents].fd = j;
-          eventLoop->fired[numevents].mask = mask;
+          if (everySlot && events[j].mask == AE_NONE) continue;
+          // select() marks only descriptors of the sets given to it, and a
+          // slot's bit is in a set exactly while it has that direction.
+          fired[numevents].fd = j;
+          fired[numevents].mask =
+              static_cast<int>((readyRead >> bit) & 1UL) * AE_READABLE |
+              static_cast<int>((readyWrite >> bit) & 1UL) * AE_WRITABLE;
           ++numevents;
         }
       }
       // A handler may register a descriptor that makes the tables move, or
-      // shrink them: every access goes through the loop as it stands now.
-      for (int j = 0; j < numevents && j < eventLoop->setsize; ++j) {
-        const int fd = eventLoop->fired[j].fd;
-        const int mask = eventLoop->fired[j].mask;
-        if (mask == AE_NONE || fd >= eventLoop->setsize) continue;
+      // shrink them: after each call every access goes through the loop as
+      // it stands then.
+      int setsize = eventLoop->setsize;
+      for (int j = 0; j < numevents && j < setsize; ++j) {
+        const int mask = fired[j].mask;
+        const int fd = fired[j].fd;
+        if (mask == AE_NONE || fd >= setsize) continue;
         bool readRan = false;
         const aeFileEvent *fe = &eventLoop->events[fd];
         if (fe->mask & mask & AE_READABLE) {
           readRan = true;
           fe->readProc(eventLoop, fd, fe->clientData, mask);
-          if (fd >= eventLoop->setsize) continue;
-          fe = &eventLoop->events[fd];
+          fe = fd < eventLoop->setsize ? &eventLoop->events[fd] : nullptr;
         }
-        if ((fe->mask & mask & AE_WRITABLE) &&
+        if (fe != nullptr && (fe->mask & mask & AE_WRITABLE) &&
             (!readRan || fe->writeProc != fe->readProc))
           fe->writeProc(eventLoop, fd, fe->clientData, mask);
+        fired = eventLoop->fired;
+        setsize = eventLoop->setsize;
       }
       processed = numevents;
     }

@@ -70,7 +70,13 @@ TEST(Loop, RegistrationKeepsMaxfdAndGrowsBySteps) {
   ASSERT_NE(el, nullptr);
   EXPECT_EQ(el->maxfd, -1);
   EXPECT_EQ(aeCreateFileEvent(el, -1, AE_READABLE, log_read, nullptr), -1);
-  EXPECT_EQ(aeCreateFileEvent(el, 0, 4, log_read, nullptr), -1);
+  // Bits beyond the two directions stay in the slot and set no interest.
+  ASSERT_EQ(aeCreateFileEvent(el, 0, 4 | AE_READABLE, log_read, nullptr), 0);
+  EXPECT_EQ(aeGetFileEvents(el, 0), 5);
+  aeDeleteFileEvent(el, 0, 5);
+  EXPECT_EQ(aeGetFileEvents(el, 0), AE_NONE);
+  EXPECT_FALSE(FD_ISSET(0, &el->selectState->readSet));
+  EXPECT_EQ(el->maxfd, -1);
 
   // Growth doubles from the present size until the descriptor fits.
   ASSERT_EQ(aeCreateFileEvent(el, 5, AE_READABLE | AE_WRITABLE, log_read,
@@ -160,6 +166,15 @@ TEST(Loop, PassCountsEveryRegisteredDescriptorAndOrdersHandlers) {
   g_log.clear();
   EXPECT_EQ(aeProcessEvents(el, AE_TIME_EVENTS | AE_DONT_WAIT), 3);
   EXPECT_EQ(g_log, "r" + fd + "/1 ");
+
+  // A slot with other bits but no direction counts, and runs nothing.
+  Pair d;
+  ASSERT_EQ(aeCreateFileEvent(el, d.fd[0], 8, log_both, nullptr), 0);
+  g_log.clear();
+  EXPECT_EQ(aeProcessEvents(el, AE_FILE_EVENTS | AE_DONT_WAIT), 4);
+  EXPECT_EQ(g_log, "r" + fd + "/1 ");
+  aeDeleteFileEvent(el, d.fd[0], 8);
+  EXPECT_EQ(aeProcessEvents(el, AE_FILE_EVENTS | AE_DONT_WAIT), 3);
 }
 
 TEST(Loop, DescriptorsAcrossSetWordsComeInRisingOrder) {
