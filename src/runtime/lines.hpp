@@ -20,22 +20,8 @@ class LineCutter {
   // and returns false when each returns false.
   template <class Each>
   bool feed(const char *p, size_t len, Each &&each) {
-    while (len > 0) {
-      size_t take = Size - 1 - n_;
-      if (take > len) take = len;
-      const char *lf = static_cast<const char *>(memchr(p, '\n', take));
-      if (lf != nullptr) take = static_cast<size_t>(lf - p) + 1;
-      memcpy(line_ + n_, p, take);
-      n_ += take;
-      p += take;
-      len -= take;
-      if (lf != nullptr || n_ == Size - 1) {
-        line_[n_] = '\0';
-        n_ = 0;
-        if (!each(line_)) return false;
-      }
-    }
-    return true;
+    // Never written through: every piece is copied.
+    return feed_block<false>(const_cast<char *>(p), len, each);
   }
 
   // The last piece, which has no LF, if there is one.
@@ -50,14 +36,47 @@ class LineCutter {
   // Feeds a whole stream, read in large blocks, then finishes.
   template <class Each>
   bool feed_stream(FILE *stream, Each &&each) {
-    char block[4096];
+    char block[4096 + 1];  // one byte behind for a terminator
     size_t got;
-    while ((got = fread(block, 1, sizeof block, stream)) > 0)
-      if (!feed(block, got, each)) return false;
+    while ((got = fread(block, 1, sizeof block - 1, stream)) > 0)
+      if (!feed_block<true>(block, got, each)) return false;
     return finish(each);
   }
 
  private:
+  // With kInPlace, a piece that lies whole in the block is handed out where
+  // it stands, terminated in place (p[len] must be writable), instead of
+  // being copied.
+  template <bool kInPlace, class Each>
+  bool feed_block(char *p, size_t len, Each &&each) {
+    while (len > 0) {
+      size_t take = Size - 1 - n_;
+      if (take > len) take = len;
+      const char *lf = static_cast<const char *>(memchr(p, '\n', take));
+      if (lf != nullptr) take = static_cast<size_t>(lf - p) + 1;
+      const bool whole = lf != nullptr || n_ + take == Size - 1;
+      char *text = line_;
+      if (kInPlace && whole && n_ == 0) {
+        const char saved = p[take];
+        p[take] = '\0';
+        const bool more = each(p);
+        p[take] = saved;
+        if (!more) return false;
+      } else {
+        memcpy(line_ + n_, p, take);
+        n_ += take;
+        if (whole) {
+          line_[n_] = '\0';
+          n_ = 0;
+          if (!each(text)) return false;
+        }
+      }
+      p += take;
+      len -= take;
+    }
+    return true;
+  }
+
   char line_[Size];
   size_t n_ = 0;
 };
