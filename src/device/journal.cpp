@@ -141,6 +141,10 @@ class JournalReplay {
   }
 
   int result() const { return result_; }
+  // line() as a line cutter calls it.
+  static bool each(void *replay, char *text) {
+    return static_cast<JournalReplay *>(replay)->line(text);
+  }
 
  private:
   iptbl_rule_exec_fn callback_;
@@ -151,7 +155,7 @@ class JournalReplay {
 };
 
 // Lines are read with a limit of 255: at most 254 bytes of a line count.
-using JournalLines = kiv::LineCutter<255>;
+constexpr size_t kLineLimit = 255;
 
 }  // namespace
 
@@ -160,9 +164,9 @@ namespace kiv::device {
 int replay_journal(const char *text, size_t len, iptbl_rule_exec_fn callback,
                    unsigned pause_us) {
   JournalReplay replay(callback, pause_us);
-  JournalLines lines;
-  auto each = [&replay](char *line) { return replay.line(line); };
-  if (lines.feed(text, len, each)) lines.finish(each);
+  char line[kLineLimit];
+  LineCutter lines(line, sizeof line, JournalReplay::each, &replay);
+  if (lines.feed(text, len)) lines.finish();
   return replay.result();
 }
 
@@ -212,9 +216,9 @@ int iptabes_exe_from_file(iptbl_rule_exec_fn callback, const char *path) {
   }
 
   JournalReplay replay(callback, 100);
-  JournalLines lines;
-  lines.feed_stream(file.get(),
-                    [&replay](char *line) { return replay.line(line); });
+  char line[kLineLimit];
+  kiv::LineCutter lines(line, sizeof line, JournalReplay::each, &replay);
+  lines.feed_stream(file.get());
   if (replay.result() < 0)
     KIV_LOG(kiv::kUnitUtils, kiv::kError, "kiv exe iptables from file error!");
   file.close();

@@ -5,80 +5,37 @@
 
 #include <stddef.h>
 #include <stdio.h>
-#include <string.h>
 
 namespace kiv {
 
-// Pieces of at most Size - 1 bytes, each ending at its first LF (kept):
-// what fgets(buf, Size, stream) returns call by call, NUL-terminated in a
-// writable buffer.  A NUL inside a piece ends its text there, as it does
-// for a caller of fgets().
-template <size_t Size>
+// Pieces of at most size - 1 bytes, each ending at its first LF (kept):
+// what fgets(buf, size, stream) returns call by call, NUL-terminated and
+// writable.  A NUL inside a piece ends its text there, as it does for a
+// caller of fgets().  Each piece goes to each(ctx, piece); when that returns
+// false, nothing more is cut and the calls below return false.
 class LineCutter {
  public:
-  // Calls each(char *line) for every piece the bytes complete; stops early
-  // and returns false when each returns false.
-  template <class Each>
-  bool feed(const char *p, size_t len, Each &&each) {
-    // Never written through: every piece is copied.
-    return feed_block<false>(const_cast<char *>(p), len, each);
-  }
+  using Each = bool (*)(void *ctx, char *piece);
 
+  // buf (size bytes) holds pieces that cross the blocks given.
+  LineCutter(char *buf, size_t size, Each each, void *ctx)
+      : buf_(buf), size_(size), each_(each), ctx_(ctx) {}
+
+  // The pieces the bytes complete.
+  bool feed(const char *p, size_t len);
   // The last piece, which has no LF, if there is one.
-  template <class Each>
-  bool finish(Each &&each) {
-    if (n_ == 0) return true;
-    line_[n_] = '\0';
-    n_ = 0;
-    return each(line_);
-  }
-
-  // Feeds a whole stream, read in large blocks, then finishes.
-  template <class Each>
-  bool feed_stream(FILE *stream, Each &&each) {
-    char block[4096 + 1];  // one byte behind for a terminator
-    size_t got;
-    while ((got = fread(block, 1, sizeof block - 1, stream)) > 0)
-      if (!feed_block<true>(block, got, each)) return false;
-    return finish(each);
-  }
+  bool finish();
+  // A whole stream, read in large blocks, then finish().
+  bool feed_stream(FILE *stream);
 
  private:
-  // With kInPlace, a piece that lies whole in the block is handed out where
-  // it stands, terminated in place (p[len] must be writable), instead of
-  // being copied.
-  template <bool kInPlace, class Each>
-  bool feed_block(char *p, size_t len, Each &&each) {
-    while (len > 0) {
-      size_t take = Size - 1 - n_;
-      if (take > len) take = len;
-      const char *lf = static_cast<const char *>(memchr(p, '\n', take));
-      if (lf != nullptr) take = static_cast<size_t>(lf - p) + 1;
-      const bool whole = lf != nullptr || n_ + take == Size - 1;
-      char *text = line_;
-      if (kInPlace && whole && n_ == 0) {
-        const char saved = p[take];
-        p[take] = '\0';
-        const bool more = each(p);
-        p[take] = saved;
-        if (!more) return false;
-      } else {
-        memcpy(line_ + n_, p, take);
-        n_ += take;
-        if (whole) {
-          line_[n_] = '\0';
-          n_ = 0;
-          if (!each(text)) return false;
-        }
-      }
-      p += take;
-      len -= take;
-    }
-    return true;
-  }
+  bool feed_block(char *p, size_t len, bool in_place);
 
-  char line_[Size];
-  size_t n_ = 0;
+  char *buf_;
+  size_t size_;
+  Each each_;
+  void *ctx_;
+  size_t n_ = 0;  // bytes of a piece begun in buf_
 };
 
 }  // namespace kiv

@@ -87,6 +87,11 @@ class ScanParser {
 
   void line(char *text);
   int result() const { return current_; }
+  // line() as a line cutter calls it.
+  static bool each(void *parser, char *text) {
+    static_cast<ScanParser *>(parser)->line(text);
+    return true;
+  }
 
  private:
   void bss_line(char *text, const char *bss);
@@ -269,13 +274,10 @@ namespace kiv::wifi {
 int parse_scan_listing(const char *ifname, const char *text, size_t len,
                        WifiSiteEntry *sites, int capacity) {
   ScanParser parser(ifname, sites, capacity);
-  LineCutter<kLineSize> lines;
-  auto each = [&parser](char *line) {
-    parser.line(line);
-    return true;
-  };
-  lines.feed(text, len, each);
-  lines.finish(each);
+  char line[kLineSize];
+  LineCutter lines(line, sizeof line, ScanParser::each, &parser);
+  lines.feed(text, len);
+  lines.finish();
   return parser.result();
 }
 
@@ -311,11 +313,9 @@ int wifi_list_scan_read(int ifidx, int apidx, WifiSiteEntry *sites,
   // The output is cut into lines as fgets() with the line buffer would cut
   // it, but read in large blocks.
   ScanParser parser(ifname, sites, capacity);
-  kiv::LineCutter<kLineSize> lines;
-  lines.feed_stream(out.get(), [&parser](char *line) {
-    parser.line(line);
-    return true;
-  });
+  char line[kLineSize];
+  kiv::LineCutter lines(line, sizeof line, ScanParser::each, &parser);
+  lines.feed_stream(out.get());
   out.close();
   return parser.result();
 }
