@@ -196,24 +196,22 @@ unsigned char *base64_encode(const unsigned char *src, size_t len,
   unsigned char *pos = out;
   const unsigned char *in = src;
   const unsigned char *end = src + len;
-  // Whole lines: 18 groups of 54 bytes give 72 characters and a LF.  Each
-  // group reads four bytes (on 64-bit machines each pair of groups eight)
-  // while enough bytes follow the line.
-  while (end - in >= 54) {
-    if (sizeof(void *) >= 8 && end - in >= 56) {
+  // Whole lines but a last one of just 54 bytes: 18 groups give 72
+  // characters and a LF.  Each group reads four bytes (on 64-bit machines
+  // each pair of groups eight), which the bytes behind the line allow.
+  while (end - in > 54) {
+    if (sizeof(void *) >= 8 && end - in > 55) {
       for (int g = 0; g < 18; g += 2)
         encode_pair_fast(t, in + 3 * g, pos + 4 * g);
-    } else if (end - in > 54) {
+    } else {
       for (int g = 0; g < 18; ++g)
         encode_group_fast(t, in + 3 * g, pos + 4 * g);
-    } else {
-      for (int g = 0; g < 18; ++g) encode_group(t, in + 3 * g, pos + 4 * g);
     }
     in += 54;
     pos += 72;
     *pos++ = '\n';
   }
-  // The last line: fewer than 18 groups, then one or two bytes padded to a
+  // The last line: up to 18 groups, then one or two bytes padded to a
   // group, and the LF behind whatever the line holds.
   for (; end - in > 3; in += 3, pos += 4) encode_group_fast(t, in, pos);
   if (end - in == 3) {
@@ -275,10 +273,11 @@ unsigned char *base64_decode(const unsigned char *src, size_t len,
         in += 4;
       } else if (kTable.v[in[0]] == kInvalid) {
         // A line ends.  If it was whole groups, lines of the same width
-        // likely follow: they go faster as lines.
+        // likely follow: they go faster as lines.  (Not on 32-bit machines,
+        // the small routers, where the code would weigh more than it gains.)
         const size_t width = static_cast<size_t>(in - line);
         line = ++in;
-        if (width >= 16 && width % 4 == 0) {
+        if (sizeof(void *) >= 8 && width >= 16 && width % 4 == 0) {
           decode_lines(t, in, end, pos, width);
           line = in;
         }
