@@ -7,7 +7,7 @@
 // array, instead of following each pointer to its record; a record is only
 // written (its heapIndex) when it moves.  The keys move with the pointers,
 // so a record's deadline must not change while it is in a heap.
-#include "kiv/event.h"
+#include "heap.hpp"
 
 #include <stdint.h>
 #include <stdlib.h>
@@ -111,10 +111,30 @@ int min_heap_empty(const min_heap *heap) { return heap->size == 0 ? 1 : 0; }
 uint32_t min_heap_size(const min_heap *heap) { return heap->size; }
 
 aeTimeEvent *min_heap_top(const min_heap *heap) {
-  return heap->size != 0 ? heap->elements[0] : nullptr;
+  return kiv::event::heap_top(heap);
 }
 
 aeTimeEvent *min_heap_pop(min_heap *heap) {
+  return kiv::event::heap_pop(heap);
+}
+
+int min_heap_elt_is_top(const aeTimeEvent *e) {
+  return e->heapIndex == 0 ? 1 : 0;
+}
+
+int min_heap_erase(min_heap *heap, aeTimeEvent *e) {
+  return kiv::event::heap_erase(heap, e);
+}
+
+int aetimer_event_add(min_heap *heap, aeTimeEvent *e) {
+  return kiv::event::heap_add(heap, e);
+}
+
+void aetimer_event_init(aeTimeEvent *e) { e->heapIndex = -1; }
+
+namespace kiv::event {
+
+aeTimeEvent *heap_pop(min_heap *heap) {
   if (heap->size == 0) return nullptr;
   aeTimeEvent *top = heap->elements[0];
   uint32_t last = --heap->size;
@@ -124,11 +144,7 @@ aeTimeEvent *min_heap_pop(min_heap *heap) {
   return top;
 }
 
-int min_heap_elt_is_top(const aeTimeEvent *e) {
-  return e->heapIndex == 0 ? 1 : 0;
-}
-
-int min_heap_erase(min_heap *heap, aeTimeEvent *e) {
+int heap_erase(min_heap *heap, aeTimeEvent *e) {
   if (e->heapIndex == -1) return -1;
   uint32_t h = static_cast<uint32_t>(e->heapIndex);
   uint32_t last = --heap->size;
@@ -144,7 +160,7 @@ int min_heap_erase(min_heap *heap, aeTimeEvent *e) {
   return 0;
 }
 
-int aetimer_event_add(min_heap *heap, aeTimeEvent *e) {
+int heap_add(min_heap *heap, aeTimeEvent *e) {
   e->heapIndex = -1;
   if (heap->size + 1 > heap->capacity) {
     uint32_t doubled = heap->capacity != 0 ? heap->capacity * 2 : 32;
@@ -169,4 +185,4 @@ int aetimer_event_add(min_heap *heap, aeTimeEvent *e) {
   return 0;
 }
 
-void aetimer_event_init(aeTimeEvent *e) { e->heapIndex = -1; }
+}  // namespace kiv::event

@@ -1,6 +1,6 @@
 // The reactor: select() over the registered descriptors, then the due
 // timers, on the system's uptime clock in whole-second steps.
-#include "kiv/event.h"
+#include "heap.hpp"
 
 #include <stdlib.h>
 #include <string.h>
@@ -57,18 +57,22 @@ inline bool aeIsDue(const aeTimeEvent *te, int64_t now) {
 }
 
 // Splits a delay in milliseconds into seconds and a remainder with the sign
-// of the delay, as 64-bit division truncating towards zero does.  32-bit
-// targets have no 64-bit divide and would call a library routine of a
-// kilobyte: there it is done in 32-bit steps (long division in base 2^16).
-void split_milliseconds(int64_t milliseconds, int64_t *sec, int32_t *ms) {
+// of the delay, as 64-bit division truncating towards zero does.  Delays
+// below 2^32 ms (49 days) take a multiplication by the reciprocal; longer
+// ones a long division in base 2^16 with 32-bit steps.  (A size-optimised
+// build would divide, slowly, and 32-bit targets would call a library
+// routine of a kilobyte for 64-bit division.)
+inline __attribute__((always_inline)) void split_milliseconds(
+    int64_t milliseconds, int64_t *sec, int32_t *ms) {
   const bool negative = milliseconds < 0;
   const uint64_t m = negative ? 0 - static_cast<uint64_t>(milliseconds)
                               : static_cast<uint64_t>(milliseconds);
   uint64_t q = 0;
   uint32_t r = 0;
-  if constexpr (sizeof(long) >= 8) {  // a multiplication on such targets
-    q = m / 1000;
-    r = static_cast<uint32_t>(m % 1000);
+  if (m <= UINT32_MAX) {
+    // Exact for every 32-bit m: 1000 * 0x10624DD3 exceeds 2^38 by 56.
+    q = (m * 0x10624DD3u) >> 38;
+    r = static_cast<uint32_t>(m - q * 1000);
   } else {
     for (int shift = 48; shift >= 0; shift -= 16) {
       uint32_t part = (r << 16) | (static_cast<uint32_t>(m >> shift) & 0xffff);
@@ -222,20 +226,20 @@ int aeCreateTimeEvent(aeEventLoop *eventLoop, int64_t milliseconds,
   aeSetDeadline(milliseconds, te);
   te->timeProc = proc;
   te->clientData = clientData;
-  return aetimer_event_add(&eventLoop->timers, te);
+  return kiv::event::heap_add(&eventLoop->timers, te);
 }
 
 int aeModifyTimeEvent(aeEventLoop *eventLoop, int64_t milliseconds,
                       aeTimeEvent *te) {
   if (te == nullptr) return -1;
-  min_heap_erase(&eventLoop->timers, te);
+  kiv::event::heap_erase(&eventLoop->timers, te);
   aeSetDeadline(milliseconds, te);
-  return aetimer_event_add(&eventLoop->timers, te);
+  return kiv::event::heap_add(&eventLoop->timers, te);
 }
 
 int aeDeleteTimeEvent(aeEventLoop *eventLoop, aeTimeEvent *te) {
   if (te == nullptr || te->heapIndex == -1) return -1;
-  min_heap_erase(&eventLoop->timers, te);
+  kiv::event::heap_erase(&eventLoop->timers, te);
   return 0;
 }
 
@@ -248,8 +252,9 @@ int aeProcessEvents(aeEventLoop *eventLoop, int flags) {
   if (eventLoop->maxfd != -1 || (timeEvents && !dontWait)) {
     struct timeval tv;
     struct timeval *tvp = nullptr;
-    const aeTimeEvent *nearest =
-        timeEvents && !dontWait ? min_heap_top(&eventLoop->timers) : nullptr;
+    const aeTimeEvent *nearest = timeEvents && !dontWait
+                                     ? kiv::event::heap_top(&eventLoop->timers)
+                                     : nullptr;
     if (nearest != nullptr) {
       // The clock's millisecond part is 0.
       int64_t sec = static_cast<int64_t>(nearest->whenSec) - aeGetUptime();
@@ -344,13 +349,13 @@ int aeProcessEvents(aeEventLoop *eventLoop, int flags) {
   // is not due by the last reading.
   int64_t now = INT64_MIN;  // not read yet: nothing is due by it
   for (;;) {
-    aeTimeEvent *te = min_heap_top(&eventLoop->timers);
+    aeTimeEvent *te = kiv::event::heap_top(&eventLoop->timers);
     if (te == nullptr) break;
     if (!aeIsDue(te, now)) {
       now = aeGetUptime();
       if (!aeIsDue(te, now)) break;
     }
-    min_heap_pop(&eventLoop->timers);
+    kiv::event::heap_pop(&eventLoop->timers);
     ++processed;
     // A record armed without a callback has nothing to run: it stays out.
     if (te->timeProc == nullptr) continue;

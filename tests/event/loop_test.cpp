@@ -308,9 +308,10 @@ TEST(Loop, DeadlineIsTheSysinfoUptimePlusTheDelay) {
   // The timers' clock is the uptime of sysinfo(): arming lies between two
   // readings of it, and when they agree (else tried again, across a second
   // boundary) the deadline is that second plus the delay, cut to 32 bits.
-  const int64_t delays[] = {0,      1,          999,       1000,
-                            1001,   -1,         -1001,     123456789012,
-                            -98765, 4294967295999, INT64_MAX, INT64_MIN};
+  const int64_t delays[] = {0,          1,         999,       1000,
+                            1001,       -1,        -1001,     -98765,
+                            4294967295, -4294967296, 123456789012,
+                            4294967295999, INT64_MAX, INT64_MIN};
   Loop l;
   aeTimeEvent te;
   for (int64_t d : delays) {
