@@ -1,12 +1,18 @@
 // Site survey parse: wifi_list_scan_read over a 384-network `iw` listing,
 // next to the floor of only reading the same output through popen().
 //
+//   scan_parse:  wifi_list_scan_read, which runs the command and parses
+//                every line;
+//   popen_fgets: the same command, its output read line by line with
+//                fgets() and dropped;
+//   popen_fread: the same, read in large blocks (a lower floor still).
+//
 // A fake `iw` that cats the listing from a file is put in a temporary
-// directory first on PATH, so both measurements start the same shell line
-// and the same command.  The console lines of the scan go to /dev/null when
-// the process may make a private mount namespace (root); otherwise they go
-// to the machine's console.  At the end the ratio parse / floor is printed,
-// of the medians of five interleaved repetitions.
+// directory first on PATH, so all three start the same shell line and the
+// same command.  The console lines of the scan go to /dev/null when the
+// process may make a private mount namespace (root); otherwise they go to
+// the machine's console.  Times are real times: the command's own work
+// counts.
 #include <benchmark/benchmark.h>
 #include <sched.h>
 #include <stdio.h>
@@ -16,7 +22,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -166,57 +171,11 @@ void floor_fread(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations() * kNetworks);
 }
 
-// Prints the usual table, then the parse against each floor.  With
-// repetitions the medians are compared, else the single runs.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    for (const Run &r : runs) {
-      if (r.error_occurred) continue;
-      const std::string name = r.run_name.function_name;
-      if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
-        median_[name] = r.GetAdjustedRealTime();
-      else if (r.run_type == Run::RT_Iteration)
-        single_[name] = r.GetAdjustedRealTime();
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    auto time_of = [&](const char *name) {
-      auto it = median_.find(name);
-      if (it != median_.end()) return it->second;
-      it = single_.find(name);
-      return it != single_.end() ? it->second : 0.0;
-    };
-    double parse = time_of("scan_read/parse");
-    if (parse <= 0) return;
-    printf("\nratio = real time of the parse / real time of the floor "
-           "(target: <= 1.3 against popen_fgets)\n");
-    for (const char *floor : {"scan_read/popen_fgets", "scan_read/popen_fread"}) {
-      double t = time_of(floor);
-      if (t > 0) printf("  scan_read/parse vs %-22s %6.3f\n", floor, parse / t);
-    }
-  }
-
- private:
-  std::map<std::string, double> median_, single_;
-};
-
 }  // namespace
 
 int main(int argc, char **argv) {
-  // The three run by turns, five times each, so that the load of the
-  // machine falls on all of them alike; flags given on the command line
-  // still win.
-  std::vector<char *> args(argv, argv + argc);
-  char interleave[] = "--benchmark_enable_random_interleaving=true";
-  char repetitions[] = "--benchmark_repetitions=5";
-  char aggregates[] = "--benchmark_report_aggregates_only=true";
-  args.insert(args.begin() + 1, {interleave, repetitions, aggregates});
-  int count = static_cast<int>(args.size());
-  benchmark::Initialize(&count, args.data());
-  if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   quiet_console();
   kiv_dbg_level = 5;  // the scan's INFO line stays off stderr
   if (!prepare()) {
@@ -224,13 +183,10 @@ int main(int argc, char **argv) {
     cleanup();
     return 1;
   }
-  benchmark::RegisterBenchmark("scan_read/parse", parse)->UseRealTime();
-  benchmark::RegisterBenchmark("scan_read/popen_fgets", floor_fgets)
-      ->UseRealTime();
-  benchmark::RegisterBenchmark("scan_read/popen_fread", floor_fread)
-      ->UseRealTime();
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::RegisterBenchmark("scan_parse", parse)->UseRealTime();
+  benchmark::RegisterBenchmark("popen_fgets", floor_fgets)->UseRealTime();
+  benchmark::RegisterBenchmark("popen_fread", floor_fread)->UseRealTime();
+  benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   cleanup();
   return 0;

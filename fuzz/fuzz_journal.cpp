@@ -1,26 +1,27 @@
-// Replay of a fuzzed firewall journal with iptabes_exe_from_file, in the
-// private tmpfs.  Checked: every field handed to the callback fits its rule
-// limit and holds no blank; rules read back from a journal that
-// recoder_iptables wrote from them are the same rules.
+// Replay of a fuzzed firewall journal, fed directly to the replay that
+// iptabes_exe_from_file runs on a journal file (without its pause).
+// Checked: every field handed to the callback fits its rule limit and holds
+// no blank; rules read back from the journal text that recoder_iptables
+// writes for them are the same rules.
 #include <ctype.h>
 #include <stdint.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-#include <string>
-#include <vector>
-
-#include "fuzz_common.hpp"
-#include "kiv/device.h"
+#include "device/internal.hpp"
 
 namespace {
 
+// A rule as the callback saw it; fields in the order of iptbl_rule.
 struct Rule {
-  std::string text[7];  // chain proto in out sip dip ACTION
+  char text[7][32];  // chain proto in out ACTION sip dip
   int sport, dport;
 };
 
-std::vector<Rule> g_rules;
+constexpr int kKept = 64;  // rules kept for the round trip
+Rule g_rules[kKept];
+int g_count = 0;  // rules the callback took
 int g_stop_after = -1;
 
 void check_field(const char *s, size_t max) {
@@ -32,62 +33,62 @@ void check_field(const char *s, size_t max) {
 }
 
 int collect(iptbl_rule *r) {
-  check_field(r->chain, 31);
-  check_field(r->ACTION, 31);
-  for (const char *s : {r->proto, r->in, r->out, r->sip, r->dip})
-    check_field(s, 15);
-  if (g_stop_after >= 0 && static_cast<int>(g_rules.size()) == g_stop_after)
-    return -1;
-  if (g_rules.size() < 64)
-    g_rules.push_back(Rule{{r->chain, r->proto, r->in, r->out, r->sip, r->dip,
-                            r->ACTION},
-                           r->sport,
-                           r->dport});
-  return 0;
-}
-
-bool same(const Rule &a, const Rule &b) {
+  const char *fields[7] = {r->chain,  r->proto, r->in, r->out,
+                           r->ACTION, r->sip,   r->dip};
   for (int i = 0; i < 7; ++i)
-    if (a.text[i] != b.text[i]) return false;
-  return a.sport == b.sport && a.dport == b.dport;
+    check_field(fields[i], i == 0 || i == 4 ? 31 : 15);
+  if (g_stop_after >= 0 && g_count == g_stop_after) return -1;
+  if (g_count < kKept) {
+    Rule &k = g_rules[g_count];
+    for (int i = 0; i < 7; ++i) strcpy(k.text[i], fields[i]);
+    k.sport = r->sport;
+    k.dport = r->dport;
+  }
+  ++g_count;
+  return 0;
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  kivfuzz::private_tmpfs();
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size < 1) return 0;
   // The first byte: stop after that many rules (0xff: never).
   g_stop_after = data[0] == 0xff ? -1 : data[0];
-  kivfuzz::write_file("/tmp/journal", data + 1, size - 1);
-  g_rules.clear();
-  int rc = iptabes_exe_from_file(collect, "/tmp/journal");
-  if (access("/tmp/journal", F_OK) == 0) abort();  // a replay spends it
-  if (rc != 0 || g_rules.empty()) return 0;
+  g_count = 0;
+  int rc = kiv::device::replay_journal(
+      reinterpret_cast<const char *>(data + 1), size - 1, collect, 0);
+  const int kept = g_count < kKept ? g_count : kKept;
+  if (rc != 0 || kept == 0) return 0;
+  // Only rules whose every text field holds a word can be written back.
+  for (int i = 0; i < kept; ++i)
+    for (const char *t : g_rules[i].text)
+      if (t[0] == '\0') return 0;
 
-  bool whole = true;
-  for (const Rule &r : g_rules)
-    for (const std::string &t : r.text) whole = whole && !t.empty();
-  if (!whole) return 0;
-
-  std::vector<Rule> first = g_rules;
-  std::vector<iptbl_rule> out(first.size());
-  for (size_t i = 0; i < first.size(); ++i) {
+  static Rule first[kKept];
+  memcpy(first, g_rules, sizeof(Rule) * static_cast<size_t>(kept));
+  iptbl_rule out[kKept];
+  for (int i = 0; i < kept; ++i) {
     const Rule &r = first[i];
-    out[i] = iptbl_rule{r.text[0].c_str(), r.text[1].c_str(), r.text[2].c_str(),
-                        r.text[3].c_str(), r.text[6].c_str(), r.sport,
-                        r.dport,           r.text[4].c_str(), r.text[5].c_str()};
+    out[i] = iptbl_rule{r.text[0], r.text[1], r.text[2], r.text[3],
+                        r.text[4], r.sport,   r.dport,   r.text[5],
+                        r.text[6]};
   }
-  if (recoder_iptables(out.data(), static_cast<int>(out.size())) != 0) abort();
-  g_rules.clear();
+  char *journal = nullptr;
+  size_t journal_len = 0;
+  FILE *f = open_memstream(&journal, &journal_len);
+  if (f == nullptr) abort();
+  kiv::device::write_journal(f, out, kept);
+  fclose(f);
+  g_count = 0;
   g_stop_after = -1;
-  if (iptabes_exe_from_file(collect, "/tmp/.iptbl_save") != 0) abort();
-  if (g_rules.size() != first.size()) abort();
-  for (size_t i = 0; i < first.size(); ++i)
-    if (!same(first[i], g_rules[i])) abort();
+  int again = kiv::device::replay_journal(journal, journal_len, collect, 0);
+  free(journal);
+  if (again != 0 || g_count != kept) abort();
+  for (int i = 0; i < kept; ++i) {
+    const Rule &a = first[i], &b = g_rules[i];
+    for (int j = 0; j < 7; ++j)
+      if (strcmp(a.text[j], b.text[j]) != 0) abort();
+    if (a.sport != b.sport || a.dport != b.dport) abort();
+  }
   return 0;
 }

@@ -44,7 +44,8 @@ typedef struct aeTimeEvent {
   void *clientData;
 } aeTimeEvent;
 
-/* Binary min-heap of timer records, ordered by (whenSec, whenMs). */
+/* Binary min-heap of timer records, ordered by (whenSec, whenMs).  A
+ * record's whenSec and whenMs must not change while it is in a heap. */
 typedef struct min_heap {
   aeTimeEvent **elements;
   uint32_t size;
@@ -154,15 +155,16 @@ KIV_EXPORT int aeResizeSetSize(aeEventLoop *eventLoop, int setsize);
 /*
  * Adds the directions of mask (AE_READABLE, AE_WRITABLE) to the interest in
  * fd, with proc as their handler; clientData is kept for both directions.
- * Grows the set size by doubling if fd needs it.  0, or -1 for a negative
- * descriptor, a mask with other bits, or a descriptor the loop can't grow to
- * (nothing registered then).
+ * Other bits of mask are kept in the slot's mask as they are (a pass then
+ * lists fd even without a direction).  Grows the set size by doubling if fd
+ * needs it.  0, or -1 for a negative descriptor or a descriptor the loop
+ * can't grow to (nothing registered then).
  */
 KIV_EXPORT int aeCreateFileEvent(aeEventLoop *eventLoop, int fd, int mask,
                                  aeFileProc *proc, void *clientData);
 
-/* Removes the directions of mask from the interest in fd; does nothing for
- * a descriptor without a slot or interest. */
+/* Removes the bits of mask from the slot of fd, and its directions from the
+ * interest; does nothing for a descriptor without a slot or interest. */
 KIV_EXPORT void aeDeleteFileEvent(aeEventLoop *eventLoop, int fd, int mask);
 
 /* The directions with interest in fd; AE_NONE for one without a slot. */

@@ -9,6 +9,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "internal.hpp"
+#include "lines.hpp"
 #include "util.hpp"
 
 namespace {
@@ -103,7 +105,89 @@ void parse_rule_line(const char *line, ReplayFields &f) {
   }
 }
 
+// The replay of one journal, line by line: the first line is the header;
+// each further line fills the fields and goes to the callback as a rule,
+// followed by a pause, until a callback fails.
+class JournalReplay {
+ public:
+  JournalReplay(iptbl_rule_exec_fn callback, unsigned pause_us)
+      : callback_(callback), pause_us_(pause_us) {
+    memset(&f_, 0, sizeof f_);
+  }
+
+  // False once a callback has failed: nothing more is replayed.
+  bool line(const char *text) {
+    if (!header_seen_) {
+      header_seen_ = true;
+      return true;
+    }
+    parse_rule_line(text, f_);
+    iptbl_rule rule;
+    rule.chain = f_.chain;
+    rule.proto = f_.proto;
+    rule.in = f_.in;
+    rule.out = f_.out;
+    rule.ACTION = f_.action;
+    rule.sport = f_.sport;
+    rule.dport = f_.dport;
+    rule.sip = f_.sip;
+    rule.dip = f_.dip;
+    if (callback_(&rule) < 0) {
+      result_ = -1;
+      return false;
+    }
+    if (pause_us_ != 0) usleep(pause_us_);
+    return true;
+  }
+
+  int result() const { return result_; }
+  // line() as a line cutter calls it.
+  static bool each(void *replay, char *text) {
+    return static_cast<JournalReplay *>(replay)->line(text);
+  }
+
+ private:
+  iptbl_rule_exec_fn callback_;
+  unsigned pause_us_;
+  bool header_seen_ = false;
+  int result_ = 0;
+  ReplayFields f_;
+};
+
+// Lines are read with a limit of 255: at most 254 bytes of a line count.
+constexpr size_t kLineLimit = 255;
+
 }  // namespace
+
+namespace kiv::device {
+
+int replay_journal(const char *text, size_t len, iptbl_rule_exec_fn callback,
+                   unsigned pause_us) {
+  JournalReplay replay(callback, pause_us);
+  char line[kLineLimit];
+  LineCutter lines(line, sizeof line, JournalReplay::each, &replay);
+  if (lines.feed(text, len)) lines.finish();
+  return replay.result();
+}
+
+void write_journal(FILE *out, iptbl_rule *rules, int count) {
+  fputs("chain\tproto\tin\tout\tsport\tdport\tsip\tdip\tACTION\n", out);
+  for (int i = 0; i < count; ++i) {
+    iptbl_rule &r = rules[i];
+    fill_null(r.chain);
+    fill_null(r.proto);
+    fill_null(r.in);
+    fill_null(r.out);
+    fill_null(r.sip);
+    fill_null(r.dip);
+    fill_null(r.ACTION);
+    fprintf(out, "%s %s %s %s %d %d %s %s %s\n", r.chain, r.proto, r.in,
+            r.out, static_cast<int>(r.sport), static_cast<int>(r.dport), r.sip,
+            r.dip, r.ACTION);
+  }
+}
+
+}  // namespace kiv::device
 
 int recoder_iptables(iptbl_rule *rules, int count) {
   if (rules == nullptr && count > 0) {
@@ -115,20 +199,7 @@ int recoder_iptables(iptbl_rule *rules, int count) {
     KIV_LOG(kiv::kUnitUtils, kiv::kError, "open %s fail!", kJournal);
     return -1;
   }
-  fputs("chain\tproto\tin\tout\tsport\tdport\tsip\tdip\tACTION\n", file.get());
-  for (int i = 0; i < count; ++i) {
-    iptbl_rule &r = rules[i];
-    fill_null(r.chain);
-    fill_null(r.proto);
-    fill_null(r.in);
-    fill_null(r.out);
-    fill_null(r.sip);
-    fill_null(r.dip);
-    fill_null(r.ACTION);
-    fprintf(file.get(), "%s %s %s %s %d %d %s %s %s\n", r.chain, r.proto,
-            r.in, r.out, static_cast<int>(r.sport), static_cast<int>(r.dport),
-            r.sip, r.dip, r.ACTION);
-  }
+  kiv::device::write_journal(file.get(), rules, count);
   return 0;
 }
 
@@ -144,35 +215,14 @@ int iptabes_exe_from_file(iptbl_rule_exec_fn callback, const char *path) {
     return -1;
   }
 
-  ReplayFields f;
-  memset(&f, 0, sizeof f);
-  char line[256] = {0};
-  int result = 0;
-  // The first line is the header.
-  if (fgets(line, 255, file.get()) != nullptr) {
-    while (fgets(line, 255, file.get()) != nullptr) {
-      parse_rule_line(line, f);
-      iptbl_rule rule;
-      rule.chain = f.chain;
-      rule.proto = f.proto;
-      rule.in = f.in;
-      rule.out = f.out;
-      rule.ACTION = f.action;
-      rule.sport = f.sport;
-      rule.dport = f.dport;
-      rule.sip = f.sip;
-      rule.dip = f.dip;
-      if (callback(&rule) < 0) {
-        KIV_LOG(kiv::kUnitUtils, kiv::kError,
-                "kiv exe iptables from file error!");
-        result = -1;
-        break;
-      }
-      usleep(100);
-    }
-  }
+  JournalReplay replay(callback, 100);
+  char line[kLineLimit];
+  kiv::LineCutter lines(line, sizeof line, JournalReplay::each, &replay);
+  lines.feed_stream(file.get());
+  if (replay.result() < 0)
+    KIV_LOG(kiv::kUnitUtils, kiv::kError, "kiv exe iptables from file error!");
   file.close();
   // One replay spends the journal, whatever its outcome.
   unlink(path);
-  return result;
+  return replay.result();
 }

@@ -1,6 +1,6 @@
 // The reactor: select() over the registered descriptors, then the due
-// timers, on the uptime clock of sysinfo() in whole-second steps.
-#include "kiv/event.h"
+// timers, on the system's uptime clock in whole-second steps.
+#include "heap.hpp"
 
 #include <stdlib.h>
 #include <string.h>
@@ -22,34 +22,82 @@ inline unsigned long set_word(const fd_set *set, int w) {
   return reinterpret_cast<const unsigned long *>(set)[w];
 }
 
-struct Uptime {
-  int64_t sec;
-  int64_t ms;  // always 0: the clock moves in whole seconds
+// The select state as the loop allocates it: the public sets, then what the
+// loop keeps for itself.
+struct SelectState {
+  aeSelectState sets;
+  // Slots whose mask holds bits beyond the two directions.  Such a slot may
+  // have no bit in either set, yet a pass must still give it an entry.
+  int oddSlots;
 };
+constexpr int kOddBits = ~(AE_READABLE | AE_WRITABLE);
 
-// The timers' clock: the system uptime, immune to wall clock changes.
-Uptime aeGetUptime() {
+inline SelectState *state_of(aeEventLoop *eventLoop) {
+  return reinterpret_cast<SelectState *>(eventLoop->selectState);
+}
+
+// The timers' clock, in whole seconds: the system's uptime, immune to wall
+// clock changes.  sysinfo() reports it as CLOCK_BOOTTIME rounded up to the
+// next whole second when there are nanoseconds; the clock is read here the
+// same way, which the C library serves without a system call.
+int64_t aeGetUptime() {
+  struct timespec ts;
+  if (clock_gettime(CLOCK_BOOTTIME, &ts) == 0)
+    return static_cast<int64_t>(ts.tv_sec) + (ts.tv_nsec != 0 ? 1 : 0);
   struct sysinfo info;
   memset(&info, 0, sizeof info);
   sysinfo(&info);
-  return Uptime{static_cast<int64_t>(info.uptime), 0};
+  return static_cast<int64_t>(info.uptime);
+}
+
+// Whether the deadline of te has come with the clock at second now (whose
+// millisecond part is 0).
+inline bool aeIsDue(const aeTimeEvent *te, int64_t now) {
+  return te->whenSec < now || (te->whenSec == now && te->whenMs <= 0);
+}
+
+// Splits a delay in milliseconds into seconds and a remainder with the sign
+// of the delay, as 64-bit division truncating towards zero does.  Delays
+// below 2^32 ms (49 days) take a multiplication by the reciprocal; longer
+// ones a long division in base 2^16 with 32-bit steps.  (A size-optimised
+// build would divide, slowly, and 32-bit targets would call a library
+// routine of a kilobyte for 64-bit division.)
+inline __attribute__((always_inline)) void split_milliseconds(
+    int64_t milliseconds, int64_t *sec, int32_t *ms) {
+  const bool negative = milliseconds < 0;
+  const uint64_t m = negative ? 0 - static_cast<uint64_t>(milliseconds)
+                              : static_cast<uint64_t>(milliseconds);
+  uint64_t q = 0;
+  uint32_t r = 0;
+  if (m <= UINT32_MAX) {
+    // Exact for every 32-bit m: 1000 * 0x10624DD3 exceeds 2^38 by 56.
+    q = (m * 0x10624DD3u) >> 38;
+    r = static_cast<uint32_t>(m - q * 1000);
+  } else {
+    for (int shift = 48; shift >= 0; shift -= 16) {
+      uint32_t part = (r << 16) | (static_cast<uint32_t>(m >> shift) & 0xffff);
+      q = (q << 16) | (part / 1000);
+      r = part % 1000;
+    }
+  }
+  // q is below 2^54: it fits the signed type either way.
+  *sec = negative ? -static_cast<int64_t>(q) : static_cast<int64_t>(q);
+  *ms = negative ? -static_cast<int32_t>(r) : static_cast<int32_t>(r);
 }
 
 // Works out the deadline `milliseconds` from now into the record.
 void aeSetDeadline(int64_t milliseconds, aeTimeEvent *te) {
-  Uptime now = aeGetUptime();
-  int64_t sec = now.sec + milliseconds / 1000;
-  int64_t ms = now.ms + milliseconds % 1000;
-  if (ms >= 1000) {
-    ms -= 1000;
-    sec += 1;
-  }
-  // The record holds 32-bit seconds: a delay past their range stays at its
-  // end rather than wrapping round to a deadline that is already due.
+  int64_t sec;
+  int32_t ms;
+  split_milliseconds(milliseconds, &sec, &ms);
+  // The clock's millisecond part is 0, so ms stays below 1000: no carry.
+  sec += aeGetUptime();
+  // The record holds 32-bit seconds: a deadline past their range stays at
+  // its end rather than wrapping round to one that is already due.
   if (sec > INT32_MAX) sec = INT32_MAX;
   if (sec < INT32_MIN) sec = INT32_MIN;
   te->whenSec = static_cast<int32_t>(sec);
-  te->whenMs = static_cast<int32_t>(ms);
+  te->whenMs = ms;
 }
 
 }  // namespace
@@ -73,23 +121,24 @@ aeEventLoop *aeCreateEventLoop(int setsize) {
   loop->stop = 0;
   loop->maxfd = -1;
   loop->beforeSleep = nullptr;
-  auto *state = static_cast<aeSelectState *>(malloc(sizeof(aeSelectState)));
+  auto *state = static_cast<SelectState *>(malloc(sizeof(SelectState)));
   if (state == nullptr) {
     free(loop->events);
     free(loop->fired);
     free(loop);
     return nullptr;
   }
-  FD_ZERO(&state->readSet);
-  FD_ZERO(&state->writeSet);
-  loop->selectState = state;
+  FD_ZERO(&state->sets.readSet);
+  FD_ZERO(&state->sets.writeSet);
+  state->oddSlots = 0;
+  loop->selectState = &state->sets;
   for (int i = 0; i < setsize; ++i) loop->events[i].mask = AE_NONE;
   return loop;
 }
 
 void aeDeleteEventLoop(aeEventLoop *eventLoop) {
   if (eventLoop == nullptr) return;
-  free(eventLoop->selectState);
+  free(state_of(eventLoop));
   free(eventLoop->events);
   free(eventLoop->fired);
   min_heap_destroy(&eventLoop->timers);
@@ -127,7 +176,7 @@ int aeResizeSetSize(aeEventLoop *eventLoop, int setsize) {
 
 int aeCreateFileEvent(aeEventLoop *eventLoop, int fd, int mask,
                       aeFileProc *proc, void *clientData) {
-  if (fd < 0 || (mask & ~(AE_READABLE | AE_WRITABLE)) != 0) return -1;
+  if (fd < 0) return -1;
   if (fd >= eventLoop->setsize) {
     int size = eventLoop->setsize;
     while (size <= fd) {
@@ -136,10 +185,11 @@ int aeCreateFileEvent(aeEventLoop *eventLoop, int fd, int mask,
     }
     if (aeResizeSetSize(eventLoop, size) != 0) return -1;
   }
-  aeSelectState *state = eventLoop->selectState;
-  if (mask & AE_READABLE) FD_SET(fd, &state->readSet);
-  if (mask & AE_WRITABLE) FD_SET(fd, &state->writeSet);
+  SelectState *state = state_of(eventLoop);
+  if (mask & AE_READABLE) FD_SET(fd, &state->sets.readSet);
+  if (mask & AE_WRITABLE) FD_SET(fd, &state->sets.writeSet);
   aeFileEvent *fe = &eventLoop->events[fd];
+  if ((fe->mask & kOddBits) == 0 && (mask & kOddBits) != 0) ++state->oddSlots;
   fe->mask |= mask;
   if (mask & AE_READABLE) fe->readProc = proc;
   if (mask & AE_WRITABLE) fe->writeProc = proc;
@@ -152,16 +202,17 @@ void aeDeleteFileEvent(aeEventLoop *eventLoop, int fd, int mask) {
   if (fd < 0 || fd >= eventLoop->setsize) return;
   aeFileEvent *fe = &eventLoop->events[fd];
   if (fe->mask == AE_NONE) return;
-  mask &= AE_READABLE | AE_WRITABLE;
+  SelectState *state = state_of(eventLoop);
+  if ((fe->mask & kOddBits) != 0 && (fe->mask & ~mask & kOddBits) == 0)
+    --state->oddSlots;
   fe->mask &= ~mask;
   if (fd == eventLoop->maxfd && fe->mask == AE_NONE) {
     int j = eventLoop->maxfd - 1;
     while (j >= 0 && eventLoop->events[j].mask == AE_NONE) --j;
     eventLoop->maxfd = j;
   }
-  aeSelectState *state = eventLoop->selectState;
-  if (mask & AE_READABLE) FD_CLR(fd, &state->readSet);
-  if (mask & AE_WRITABLE) FD_CLR(fd, &state->writeSet);
+  if (mask & AE_READABLE) FD_CLR(fd, &state->sets.readSet);
+  if (mask & AE_WRITABLE) FD_CLR(fd, &state->sets.writeSet);
 }
 
 int aeGetFileEvents(aeEventLoop *eventLoop, int fd) {
@@ -175,20 +226,20 @@ int aeCreateTimeEvent(aeEventLoop *eventLoop, int64_t milliseconds,
   aeSetDeadline(milliseconds, te);
   te->timeProc = proc;
   te->clientData = clientData;
-  return aetimer_event_add(&eventLoop->timers, te);
+  return kiv::event::heap_add(&eventLoop->timers, te);
 }
 
 int aeModifyTimeEvent(aeEventLoop *eventLoop, int64_t milliseconds,
                       aeTimeEvent *te) {
   if (te == nullptr) return -1;
-  min_heap_erase(&eventLoop->timers, te);
+  kiv::event::heap_erase(&eventLoop->timers, te);
   aeSetDeadline(milliseconds, te);
-  return aetimer_event_add(&eventLoop->timers, te);
+  return kiv::event::heap_add(&eventLoop->timers, te);
 }
 
 int aeDeleteTimeEvent(aeEventLoop *eventLoop, aeTimeEvent *te) {
   if (te == nullptr || te->heapIndex == -1) return -1;
-  min_heap_erase(&eventLoop->timers, te);
+  kiv::event::heap_erase(&eventLoop->timers, te);
   return 0;
 }
 
@@ -201,16 +252,17 @@ int aeProcessEvents(aeEventLoop *eventLoop, int flags) {
   if (eventLoop->maxfd != -1 || (timeEvents && !dontWait)) {
     struct timeval tv;
     struct timeval *tvp = nullptr;
-    const aeTimeEvent *nearest =
-        timeEvents && !dontWait ? min_heap_top(&eventLoop->timers) : nullptr;
+    const aeTimeEvent *nearest = timeEvents && !dontWait
+                                     ? kiv::event::heap_top(&eventLoop->timers)
+                                     : nullptr;
     if (nearest != nullptr) {
-      Uptime now = aeGetUptime();
-      int64_t sec = static_cast<int64_t>(nearest->whenSec) - now.sec;
+      // The clock's millisecond part is 0.
+      int64_t sec = static_cast<int64_t>(nearest->whenSec) - aeGetUptime();
       int64_t usec;
-      if (nearest->whenMs >= now.ms) {
-        usec = (nearest->whenMs - now.ms) * 1000;
+      if (nearest->whenMs >= 0) {
+        usec = static_cast<int64_t>(nearest->whenMs) * 1000;
       } else {
-        usec = (nearest->whenMs + 1000 - now.ms) * 1000;
+        usec = (static_cast<int64_t>(nearest->whenMs) + 1000) * 1000;
         sec -= 1;
       }
       if (sec < 0) sec = 0;
@@ -232,49 +284,58 @@ int aeProcessEvents(aeEventLoop *eventLoop, int flags) {
     int ready = select(eventLoop->maxfd + 1, &state->readyReadSet,
                        &state->readyWriteSet, nullptr, tvp);
     if (ready > 0) {
-      // Every descriptor with interest has its bit in readSet or writeSet
-      // (they are kept in step with the slots), so the walk from 0 up to
-      // maxfd visits the set bits of those words and skips the rest.
+      // A slot with a direction has its bit in readSet or writeSet (they
+      // are kept in step with the slots), so the walk from 0 up to maxfd
+      // visits the set bits of those words and skips the rest; only while
+      // some slot holds other bits does it visit every slot.
       int numevents = 0;
+      aeFiredEvent *fired = eventLoop->fired;
+      const aeFileEvent *events = eventLoop->events;
       const int words = eventLoop->maxfd / kWordBits + 1;
+      const bool everySlot = state_of(eventLoop)->oddSlots != 0;
       for (int w = 0; w < words; ++w) {
-        unsigned long interest = set_word(&state->readSet, w) |
-                                 set_word(&state->writeSet, w);
+        unsigned long interest = everySlot
+                                     ? ~0UL
+                                     : set_word(&state->readSet, w) |
+                                           set_word(&state->writeSet, w);
+        if (w == words - 1)  // nothing above maxfd
+          interest &= ~0UL >> (kWordBits - 1 - eventLoop->maxfd % kWordBits);
         const unsigned long readyRead = set_word(&state->readyReadSet, w);
         const unsigned long readyWrite = set_word(&state->readyWriteSet, w);
         while (interest != 0) {
           const int bit = __builtin_ctzl(interest);
           interest &= interest - 1;
           const int j = w * kWordBits + bit;
-          const aeFileEvent *fe = &eventLoop->events[j];
-          if (fe->mask == AE_NONE) continue;
-          int mask = AE_NONE;
-          if ((fe->mask & AE_READABLE) && ((readyRead >> bit) & 1UL))
-            mask |= AE_READABLE;
-          if ((fe->mask & AE_WRITABLE) && ((readyWrite >> bit) & 1UL))
-            mask |= AE_WRITABLE;
-          eventLoop->fired[numevents].fd = j;
-          eventLoop->fired[numevents].mask = mask;
+          if (everySlot && events[j].mask == AE_NONE) continue;
+          // select() marks only descriptors of the sets given to it, and a
+          // slot's bit is in a set exactly while it has that direction.
+          fired[numevents].fd = j;
+          fired[numevents].mask =
+              static_cast<int>((readyRead >> bit) & 1UL) * AE_READABLE |
+              static_cast<int>((readyWrite >> bit) & 1UL) * AE_WRITABLE;
           ++numevents;
         }
       }
       // A handler may register a descriptor that makes the tables move, or
-      // shrink them: every access goes through the loop as it stands now.
-      for (int j = 0; j < numevents && j < eventLoop->setsize; ++j) {
-        const int fd = eventLoop->fired[j].fd;
-        const int mask = eventLoop->fired[j].mask;
-        if (mask == AE_NONE || fd >= eventLoop->setsize) continue;
+      // shrink them: after each call every access goes through the loop as
+      // it stands then.
+      int setsize = eventLoop->setsize;
+      for (int j = 0; j < numevents && j < setsize; ++j) {
+        const int mask = fired[j].mask;
+        const int fd = fired[j].fd;
+        if (mask == AE_NONE || fd >= setsize) continue;
         bool readRan = false;
         const aeFileEvent *fe = &eventLoop->events[fd];
         if (fe->mask & mask & AE_READABLE) {
           readRan = true;
           fe->readProc(eventLoop, fd, fe->clientData, mask);
-          if (fd >= eventLoop->setsize) continue;
-          fe = &eventLoop->events[fd];
+          fe = fd < eventLoop->setsize ? &eventLoop->events[fd] : nullptr;
         }
-        if ((fe->mask & mask & AE_WRITABLE) &&
+        if (fe != nullptr && (fe->mask & mask & AE_WRITABLE) &&
             (!readRan || fe->writeProc != fe->readProc))
           fe->writeProc(eventLoop, fd, fe->clientData, mask);
+        fired = eventLoop->fired;
+        setsize = eventLoop->setsize;
       }
       processed = numevents;
     }
@@ -283,13 +344,18 @@ int aeProcessEvents(aeEventLoop *eventLoop, int flags) {
   if (!timeEvents) return processed;
 
   eventLoop->lastTime = static_cast<int64_t>(time(nullptr));
+  // The clock only moves forward: a record due by an earlier reading is due
+  // by a fresh one too, so the clock is read again only when the top record
+  // is not due by the last reading.
+  int64_t now = INT64_MIN;  // not read yet: nothing is due by it
   for (;;) {
-    aeTimeEvent *te = min_heap_top(&eventLoop->timers);
+    aeTimeEvent *te = kiv::event::heap_top(&eventLoop->timers);
     if (te == nullptr) break;
-    Uptime now = aeGetUptime();
-    if (te->whenSec > now.sec) break;
-    if (te->whenSec == now.sec && te->whenMs > now.ms) break;
-    min_heap_pop(&eventLoop->timers);
+    if (!aeIsDue(te, now)) {
+      now = aeGetUptime();
+      if (!aeIsDue(te, now)) break;
+    }
+    kiv::event::heap_pop(&eventLoop->timers);
     ++processed;
     // A record armed without a callback has nothing to run: it stays out.
     if (te->timeProc == nullptr) continue;

@@ -10,6 +10,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "internal.hpp"
+#include "lines.hpp"
 #include "util.hpp"
 
 char freq_all[3][256] = {
@@ -71,7 +73,7 @@ constexpr SuiteRow kSuites[] = {
     {"802.1x", 7, 6}, {"8021X", 8, 6},   {"8021x", 9, 6},
 };
 
-constexpr size_t kLineSize = 256;
+constexpr size_t kLineSize = 256;  // the line buffer of the parse
 constexpr size_t kSsidTake = 34;   // characters taken behind "SSID: "
 constexpr size_t kBssidLen = 17;
 constexpr size_t kSuitesTake = 15;
@@ -85,6 +87,11 @@ class ScanParser {
 
   void line(char *text);
   int result() const { return current_; }
+  // line() as a line cutter calls it.
+  static bool each(void *parser, char *text) {
+    static_cast<ScanParser *>(parser)->line(text);
+    return true;
+  }
 
  private:
   void bss_line(char *text, const char *bss);
@@ -262,6 +269,20 @@ void ScanParser::suites_line(const char *suites) {
 
 }  // namespace
 
+namespace kiv::wifi {
+
+int parse_scan_listing(const char *ifname, const char *text, size_t len,
+                       WifiSiteEntry *sites, int capacity) {
+  ScanParser parser(ifname, sites, capacity);
+  char line[kLineSize];
+  LineCutter lines(line, sizeof line, ScanParser::each, &parser);
+  lines.feed(text, len);
+  lines.finish();
+  return parser.result();
+}
+
+}  // namespace kiv::wifi
+
 int wifi_list_scan_start(int ifidx, int apidx) {
   return wifi_scan_msg_send_recv(ifidx, apidx);
 }
@@ -289,9 +310,12 @@ int wifi_list_scan_read(int ifidx, int apidx, WifiSiteEntry *sites,
     return -1;
   }
 
+  // The output is cut into lines as fgets() with the line buffer would cut
+  // it, but read in large blocks.
   ScanParser parser(ifname, sites, capacity);
-  char line[kLineSize] = {0};
-  while (fgets(line, sizeof line, out.get()) != nullptr) parser.line(line);
+  char line[kLineSize];
+  kiv::LineCutter lines(line, sizeof line, ScanParser::each, &parser);
+  lines.feed_stream(out.get());
   out.close();
   return parser.result();
 }

@@ -139,7 +139,8 @@ TEST_F(Journal, ForeignJournalIsParsedWithinBounds) {
                      chain + " " + proto + " in0 out0 7 8 " +
                      std::string(20, '1') + " 2.2.2.2 " + action + "\n" +
                      "SHORT udp\n" +
-                     "L tcp i o 1 2 s d " + std::string(300, 'a') + "\n" +
+                     "L tcp i o 1 2 s d " + std::string(236, 'a') +
+                     "BC tcp i o 3 4 s d A\n" +
                      "N tcp i o 5x 6 s2 d2 A2\n" + "M udp i o 7 8x d3 A3\n";
   Sandbox::write_file("/tmp/other", text);
   reset_callback();
@@ -151,13 +152,14 @@ TEST_F(Journal, ForeignJournalIsParsedWithinBounds) {
   // The short line keeps what the line before left.
   EXPECT_EQ(g_seen[1], "SHORT|udp|in0|out0|7|8|" + std::string(15, '1') +
                            "|2.2.2.2|" + std::string(31, 'x'));
-  // The long line is split at the limit; its rest reads as one more line.
+  // The long line is split behind its 254th byte; its rest reads as one
+  // more line.
   EXPECT_EQ(g_seen[2], "L|tcp|i|o|1|2|s|d|" + std::string(31, 'a'));
-  EXPECT_EQ(g_seen[3].substr(0, 32), std::string(31, 'a') + "|");
+  EXPECT_EQ(g_seen[3], "BC|tcp|i|o|3|4|s|d|A");
   // A number ends at its last digit: what stands behind it in the word is
   // where the next field is read, and a field that doesn't read ends the
   // line.
-  EXPECT_EQ(g_seen[4], "N|tcp|i|o|5|2|s|d|" + std::string(31, 'a'));
+  EXPECT_EQ(g_seen[4], "N|tcp|i|o|5|4|s|d|A");
   EXPECT_EQ(g_seen[5], "M|udp|i|o|7|8|x|d3|A3");
   EXPECT_FALSE(Sandbox::exists("/tmp/other"));
 }

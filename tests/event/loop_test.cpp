@@ -9,6 +9,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -69,7 +70,13 @@ TEST(Loop, RegistrationKeepsMaxfdAndGrowsBySteps) {
   ASSERT_NE(el, nullptr);
   EXPECT_EQ(el->maxfd, -1);
   EXPECT_EQ(aeCreateFileEvent(el, -1, AE_READABLE, log_read, nullptr), -1);
-  EXPECT_EQ(aeCreateFileEvent(el, 0, 4, log_read, nullptr), -1);
+  // Bits beyond the two directions stay in the slot and set no interest.
+  ASSERT_EQ(aeCreateFileEvent(el, 0, 4 | AE_READABLE, log_read, nullptr), 0);
+  EXPECT_EQ(aeGetFileEvents(el, 0), 5);
+  aeDeleteFileEvent(el, 0, 5);
+  EXPECT_EQ(aeGetFileEvents(el, 0), AE_NONE);
+  EXPECT_FALSE(FD_ISSET(0, &el->selectState->readSet));
+  EXPECT_EQ(el->maxfd, -1);
 
   // Growth doubles from the present size until the descriptor fits.
   ASSERT_EQ(aeCreateFileEvent(el, 5, AE_READABLE | AE_WRITABLE, log_read,
@@ -159,6 +166,15 @@ TEST(Loop, PassCountsEveryRegisteredDescriptorAndOrdersHandlers) {
   g_log.clear();
   EXPECT_EQ(aeProcessEvents(el, AE_TIME_EVENTS | AE_DONT_WAIT), 3);
   EXPECT_EQ(g_log, "r" + fd + "/1 ");
+
+  // A slot with other bits but no direction counts, and runs nothing.
+  Pair d;
+  ASSERT_EQ(aeCreateFileEvent(el, d.fd[0], 8, log_both, nullptr), 0);
+  g_log.clear();
+  EXPECT_EQ(aeProcessEvents(el, AE_FILE_EVENTS | AE_DONT_WAIT), 4);
+  EXPECT_EQ(g_log, "r" + fd + "/1 ");
+  aeDeleteFileEvent(el, d.fd[0], 8);
+  EXPECT_EQ(aeProcessEvents(el, AE_FILE_EVENTS | AE_DONT_WAIT), 3);
 }
 
 TEST(Loop, DescriptorsAcrossSetWordsComeInRisingOrder) {
@@ -286,6 +302,33 @@ TEST(Loop, TimerResultsDisarmRearmOrRepeat) {
   ASSERT_EQ(aeCreateTimeEvent(el, 0, own, free_self, own), 0);
   EXPECT_EQ(aeProcessEvents(el, AE_TIME_EVENTS | AE_DONT_WAIT), 1);
   EXPECT_EQ(min_heap_size(&el->timers), 0u);
+}
+
+TEST(Loop, DeadlineIsTheSysinfoUptimePlusTheDelay) {
+  // The timers' clock is the uptime of sysinfo(): arming lies between two
+  // readings of it, and when they agree (else tried again, across a second
+  // boundary) the deadline is that second plus the delay, cut to 32 bits.
+  const int64_t delays[] = {0,          1,         999,       1000,
+                            1001,       -1,        -1001,     -98765,
+                            4294967295, -4294967296, 123456789012,
+                            4294967295999, INT64_MAX, INT64_MIN};
+  Loop l;
+  aeTimeEvent te;
+  for (int64_t d : delays) {
+    for (int tries = 0;; ++tries) {
+      long before = uptime();
+      ASSERT_EQ(aeCreateTimeEvent(l.el, d, &te, count_timer, nullptr), 0);
+      long after = uptime();
+      aeDeleteTimeEvent(l.el, &te);
+      if (before != after && tries < 5) continue;
+      ASSERT_EQ(before, after) << "sysinfo() moved on at every try";
+      int64_t sec = std::clamp<int64_t>(before + d / 1000, INT32_MIN,
+                                        INT32_MAX);
+      EXPECT_EQ(te.whenSec, sec) << d;
+      EXPECT_EQ(te.whenMs, d % 1000) << d;
+      break;
+    }
+  }
 }
 
 TEST(Loop, DeadlinesRoundUpToClockSteps) {

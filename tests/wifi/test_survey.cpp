@@ -244,13 +244,17 @@ TEST_F(WifiSurvey, KeyWordsAnywhereFirstTestWins) {
                       "\tBSSID: named\n"
                       "see signal: -12 dBm, primary channel: 3\n"
                       "\t\t * Authentication suites:   PSK SAE\n"
-                      "\tSSID: later\n");
+                      "\tSSID: later\n" +
+                      // Lines come in pieces of 255 bytes: an SSID line
+                      // with nothing behind the word, then "sig", "nal".
+                      std::string(251, 'x') + "SSID: cut\n" +
+                      std::string(252, 'y') + "signal: -5 dBm\n");
   WifiSiteEntry sites[3];
   EXPECT_EQ(wifi_list_scan_read(0, 0, sites, 3), 0);
   // The BSS test comes first; a BSSID line is an SSID line; the channel
   // test comes before the signal test.
   EXPECT_STREQ(sites[0].bssid, "02:00:00:00:00:07");
-  EXPECT_STREQ(sites[0].ssid, "later");
+  EXPECT_STREQ(sites[0].ssid, "");
   EXPECT_EQ(sites[0].channel, 3);
   EXPECT_EQ(sites[0].rssi, 0);
   EXPECT_EQ(sites[0].auth_suite, 5);
