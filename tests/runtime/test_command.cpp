@@ -54,6 +54,7 @@ TEST_F(CommandTest, ExeCmdDropsOneFinalNewlineAndCutsAtN) {
     std::string text;
   } cases[] = {
       {"gen 'abc\\n'", 64, 4, "abc"},
+      {"gen abc", 64, 3, "abc"},
       {"gen 'ab\\n\\n'", 64, 4, "ab\n"},
       {"gen ''", 64, 0, ""},
       {"many 100", 10, 10, "xxxxxxxxx"},
@@ -63,16 +64,16 @@ TEST_F(CommandTest, ExeCmdDropsOneFinalNewlineAndCutsAtN) {
   };
   int fds = kivtest::open_fd_count();
   for (const auto &c : cases) {
-    char buf[1100] = {0};
-    buf[c.n] = '#';
-    EXPECT_EQ(exe_cmd(c.cmd, buf, c.n), c.ret) << c.cmd;
-    EXPECT_EQ(buf + (c.n ? 0 : 1), c.text) << c.cmd;
-    EXPECT_EQ(buf[c.n], '#') << c.cmd << ": nothing is written behind n";
+    char buf[1100] = {'#'};  // nothing is written before buf + 1 ...
+    buf[1 + c.n] = '#';      // ... nor behind n
+    EXPECT_EQ(exe_cmd(c.cmd, buf + 1, c.n), c.ret) << c.cmd;
+    EXPECT_EQ(buf + 1 + (c.n ? 0 : 1), c.text) << c.cmd;
+    EXPECT_EQ(buf[0] + buf[1 + c.n], '#' + '#') << c.cmd;
   }
   EXPECT_EQ(exe_cmd("gen three", nullptr, 64), 0);
   EXPECT_EQ(kivtest::open_fd_count(), fds);
   EXPECT_EQ(Sandbox::calls("gen").back(), "three");
-  EXPECT_EQ(Sandbox::calls("gen").size(), 5u);
+  EXPECT_EQ(Sandbox::calls("gen").size(), 6u);
   EXPECT_EQ(console_text(),
             "[kiv-err][exe_cmd:N] Invalid length(len:1025, gen two)!\n\n");
 }

@@ -64,7 +64,7 @@ TEST_F(LogTest, StderrLineHasLocalStampWithoutZeroFill) {
 
 TEST_F(LogTest, ThresholdGovernsStderrOnlyAndSyslogGetsEverything) {
   Sandbox::syslog();
-  EXPECT_NE(log(7, "at"), "");
+  EXPECT_NE(log(7, "at").find("][DEBUG](probe)"), std::string::npos);
   EXPECT_EQ(log(8, "above"), "");
   EXPECT_NE(log(-1, "below").find("][UNKOWN](probe)"), std::string::npos);
   kiv_dbg_level = 3;

@@ -300,15 +300,6 @@ std::string logged(const std::function<void()> &fn) {
   return all + Sandbox::console();
 }
 
-std::string shell_output(const std::string &command) {
-  std::string out;
-  kiv::Pipe pipe(popen(command.c_str(), "r"));
-  char buf[4096];
-  for (size_t n; pipe && (n = fread(buf, 1, sizeof buf, pipe.get())) > 0;)
-    out.append(buf, n);
-  return out;
-}
-
 // ---- Capture ---------------------------------------------------------------
 
 Capture::Capture(int fd) : fd_(fd) {

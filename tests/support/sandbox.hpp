@@ -104,9 +104,6 @@ ChildResult run_in_child(const std::function<void()> &fn);
 // the console, in that order: what a call let out.
 std::string logged(const std::function<void()> &fn);
 
-// The whole standard output of a shell line.
-std::string shell_output(const std::string &command);
-
 // A SIGALRM every `usec` microseconds while the object lives, without
 // SA_RESTART, so that blocked reads and writes fail with EINTR or return
 // short.  ticks() counts the signals since the start.
