@@ -35,7 +35,8 @@ TEST_F(Gpio, InitExportsAndSetsDirectionOnlyForNewPins) {
 
   // A new pin: export, then the direction (the pin directory stands in for
   // what the kernel makes on export).
-  for (auto [pin, dir, want] : {std::tuple{7, 2, "in\n"}, {8, 0, "out\n"}}) {
+  for (auto [pin, dir, want] :
+       {std::tuple{7, 2, "in\n"}, {8, 0, "out\n"}, {6, 1, "in\n"}}) {
     std::string base = "/sys/class/gpio/gpio" + std::to_string(pin);
     Sandbox::mkdirs(base);
     EXPECT_EQ(GPIOInit(pin, dir), 0);

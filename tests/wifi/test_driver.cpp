@@ -49,7 +49,7 @@ TEST_F(WifiDriver, CommandLinesQuotingAndMaskedKeys) {
       {1, 4, "SSID", "Cafe `x` Net",
        "iwpriv rax1 set SSID=\"Cafe \\`x\\` Net\""},
       {1, 0, "WPAPSK1", "k`ey", "iwpriv ra0 set WPAPSK1=k\\`ey"},
-      {1, 1, "Channel", "1`1", "iwpriv rax0 set Channel=1\\`1"},
+      {1, 1, "SSIDx", "1`1", "iwpriv rax0 set SSIDx=1\\`1"},
   };
   for (const auto &c : cases) {
     std::string log = kivtest::logged([&] {

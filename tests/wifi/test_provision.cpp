@@ -63,6 +63,7 @@ TEST_F(Provisioning, BasicParaByInterface) {
       {"ath23", "Home6", "", 0, "@.key= @.ssid=Home6 @.wds=1 @.mode=sta"},
       {"ath1", "unused", "k", 0, "@.key=k @.mode=ap"},
       {"ath2", "unused", nullptr, 0, "@.mode=ap"},
+      {"ath0", "unused", nullptr, 0, "@.mode=ap"},
       // An unknown name has its key set, then is refused with a log line.
       {"wlan0", "x", "k2", 1, "@.key=k2"},
       {"ath3", "x", nullptr, 1, ""},
