@@ -4,6 +4,8 @@
 #include <string.h>
 #include <uci.h>
 
+#include <vector>
+
 #include "uci_fixture.hpp"
 
 namespace kivtest {
@@ -116,6 +118,56 @@ TEST_F(UciOption, SetAndDeleteReachTheFile) {
   EXPECT_EQ("\nconfig t 'a'\n\n", Sandbox::read_file("/tmp/conf/own"));
 }
 
+// Each pointer argument null in turn: every call is refused and changes
+// nothing.
+TEST_F(UciOption, NullArgumentsAreRefused) {
+  put("net", kNet);
+  const std::string before = file("net");
+  char buf[8];
+  unsigned count = 9;
+  const uci_section_options opts{};
+  std::string out = out_of([&] {
+    for (size_t i = 0; i < 4; ++i) {
+      auto args = [i](std::vector<const char *> v) {
+        if (i < v.size()) v[i] = nullptr;
+        return v;
+      };
+      const auto o = args({"net", "lan", "proto", "x"});
+      const auto c = args({"net", "net", "interface", "wan"});
+      char *b = o[3] ? buf : nullptr;
+      EXPECT_EQ(-1, get_uci_option(nullptr, o[0], o[1], o[2], b, 8)) << i;
+      EXPECT_EQ(-1, get_uci_option_value(o[0], o[1], o[2], b, 8)) << i;
+      EXPECT_EQ(-1, set_uci_option(o[0], o[1], o[2], o[3])) << i;
+      EXPECT_EQ(-1, set_uci_option_value(o[0], o[1], o[2], o[3])) << i;
+      EXPECT_EQ(1, add_uci_list(nullptr, o[0], o[1], o[2], o[3])) << i;
+      EXPECT_EQ(1, del_uci_list(nullptr, o[0], o[1], o[2], o[3])) << i;
+      EXPECT_EQ(-1, del_uci_options(c[0], c[1], c[2], c[3])) << i;
+      EXPECT_EQ(-1, add_uci_sections(c[0], c[1], c[2], c[3])) << i;
+      if (i == 3) continue;
+      EXPECT_EQ(1, delUciOption(nullptr, o[0], o[1], o[2])) << i;
+      EXPECT_EQ(1, get_uci_list(nullptr, o[0], o[1], o[2], buf, 8, 1, &count));
+      EXPECT_EQ(-1, del_uci_sections(c[0], c[1], c[2])) << i;
+      if (i == 2) continue;
+      EXPECT_EQ(-1, add_new_uci_section_and_option(o[0], o[1], opts)) << i;
+      EXPECT_EQ(0, delete_section_options(o[0], o[1])) << i;
+      EXPECT_EQ(-1, del_uci_anonymous_section_by_option(o[0], o[1], "o", 0));
+      EXPECT_EQ(-1,
+                del_uci_anonymous_section_by_option2(o[0], o[1], 0, 0, 0, 0));
+      EXPECT_EQ(-1, del_uci_anonymous_section_by_option3(o[0], o[1], 0, 0));
+    }
+    // No room in a slot or a buffer, or slots without an array.
+    EXPECT_EQ(1, get_uci_list(nullptr, "net", "lan", "dns", buf, 0, 1, &count));
+    EXPECT_EQ(
+        1, get_uci_list(nullptr, "net", "lan", "dns", nullptr, 8, 1, &count));
+    EXPECT_EQ(-1, get_uci_option(nullptr, "net", "lan", "proto", buf, 0));
+  });
+  // Refused before any lookup: no word of a failed one.
+  EXPECT_THAT(out + Sandbox::console(), testing::Not(HasSubstr("ailed")));
+  EXPECT_EQ(before, file("net"));
+  EXPECT_EQ(9u, count);
+  EXPECT_EQ("", Sandbox::read_file("/tmp/.uci/net"));
+}
+
 TEST_F(UciOption, SetOptionStringInTheCallersContext) {
   put("net", kNet);
   uci_context *ctx = uci_alloc_context();
@@ -128,6 +180,10 @@ TEST_F(UciOption, SetOptionStringInTheCallersContext) {
   EXPECT_EQ(-1, uci_set_option_string(ctx, lan, "dns", fresh));
   EXPECT_EQ(UCI_TYPE_LIST, uci_lookup_option(ctx, lan, "dns")->type);
   EXPECT_EQ(-1, uci_set_option_string(ctx, lan, "nope", fresh));
+  EXPECT_EQ(-1, uci_set_option_string(nullptr, lan, "proto", fresh));
+  EXPECT_EQ(-1, uci_set_option_string(ctx, nullptr, "proto", fresh));
+  EXPECT_EQ(-1, uci_set_option_string(ctx, lan, nullptr, fresh));
+  EXPECT_EQ(-1, uci_set_option_string(ctx, lan, "proto", nullptr));
 
   uci_option *o = uci_lookup_option(ctx, lan, "proto");
   char *old = o->v.string;
