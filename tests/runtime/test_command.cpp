@@ -63,11 +63,11 @@ TEST_F(CommandTest, ExeCmdDropsOneFinalNewlineAndCutsAtN) {
       {"gen two", 1025, 0, ""},  // refused
   };
   for (const auto &c : cases) {
-    char buf[1100] = {'#'};  // nothing is written before buf + 1 ...
-    buf[1 + c.n] = '#';      // ... nor behind n
+    char buf[1100] = {'\n'};  // nothing is read or written before buf + 1
+    buf[1 + c.n] = '#';       // ... nor written behind n
     EXPECT_EQ(exe_cmd(c.cmd, buf + 1, c.n), c.ret) << c.cmd;
     EXPECT_EQ(buf + 1 + (c.n ? 0 : 1), c.text) << c.cmd;
-    EXPECT_EQ(buf[0] + buf[1 + c.n], '#' + '#') << c.cmd;
+    EXPECT_EQ(buf[0] + buf[1 + c.n], '\n' + '#') << c.cmd;
   }
   EXPECT_EQ(exe_cmd("gen three", nullptr, 64), 0);
   EXPECT_EQ(Sandbox::calls("gen").back(), "three");
@@ -95,6 +95,13 @@ TEST_F(CommandTest, DoCmdGivesExitCodeSignalOrTheChildsErrno) {
   EXPECT_EQ(err.take(),
             "open /tmp/no/such/dir/and/a/lo: No such file or directory\n");
   EXPECT_EQ(Sandbox::calls("quit"), (Args{"3"}));
+
+  // A caller without stdin gets the file as descriptor 0.
+  auto r = kivtest::run_in_child([] {
+    close(0);
+    _exit(_do_cmd(args({"quit", "5"}), "/tmp/out"));
+  });
+  EXPECT_EQ(r.exit_code, 5);
 }
 
 TEST_F(CommandTest, DoCmdTruncatesTheFileAndFixesTheChildsPath) {
