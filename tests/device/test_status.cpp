@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,15 +37,20 @@ TEST_F(Status, MessageReachesTheWorkModeDaemon) {
 
   ASSERT_EQ(mkfifo(kFifo, 0600), 0);
   std::string got;
+  std::atomic<bool> done{false};
   std::thread daemon([&] {
     int fd = open(kFifo, O_RDONLY);
     char buf[64];
     for (ssize_t n; fd >= 0 && (n = read(fd, buf, sizeof buf)) > 0;)
       got.append(buf, n);
     close(fd);
+    done = true;
   });
   const char msg[] = "mode\0router";
   EXPECT_EQ(wmode_send_msg(msg, sizeof msg), static_cast<int>(sizeof msg));
+  // A daemon still waiting for its writer is let go.
+  for (int i = 0; i < 100 && !done; ++i, usleep(10000))
+    close(open(kFifo, O_WRONLY | O_NONBLOCK));
   daemon.join();
   EXPECT_EQ(got, std::string(msg, sizeof msg)) << "bytes past a NUL kept";
   EXPECT_THAT(Sandbox::console(),
