@@ -16,6 +16,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <functional>
@@ -29,7 +30,6 @@ class Sandbox {
  public:
   // Enters (or re-enters) the sandbox.  Returns "" on success, else why not.
   static std::string enter();
-  static bool active();
 
   // Creates or replaces a file, creating missing parent directories.
   static void write_file(const std::string &path, std::string_view content,
@@ -92,8 +92,8 @@ struct ChildResult {
   bool exited = false;  // ended by exit(); else killed by `signal`
   int exit_code = -1;   // 0..255 when exited
   int signal = 0;
-  std::string out;      // the child's stdout
-  std::string err;      // the child's stderr
+  std::string out;  // the child's stdout
+  std::string err;  // the child's stderr
 };
 
 // Runs fn in a child process (for calls that end the process) and collects
@@ -108,6 +108,28 @@ void become(uid_t uid, gid_t gid);
 // its children, as on file systems that can not reserve room (programs
 // that use it export their symbols, so the libraries call this one).
 extern bool g_no_reserve;
+
+// Everything fn wrote on stderr, sent to syslog (a line each) and printed on
+// the console, in that order: what a call let out.
+std::string logged(const std::function<void()> &fn);
+
+// A SIGALRM every `usec` microseconds while the object lives, without
+// SA_RESTART, so that blocked reads and writes fail with EINTR or return
+// short.  ticks() counts the signals since the start.
+class Ticker {
+ public:
+  explicit Ticker(long usec = 2000);
+  ~Ticker();
+  Ticker(const Ticker &) = delete;
+  Ticker &operator=(const Ticker &) = delete;
+  static int ticks();
+
+ private:
+  struct sigaction old_ {};
+};
+
+// n bytes in a pattern that shows any byte lost, doubled or moved.
+std::string stream_pattern(size_t n);
 
 // Number of open descriptors of this process (from /proc/self/fd).
 int open_fd_count();
