@@ -13,9 +13,11 @@
 
 namespace {
 
+class Inet : public kivtest::FdCheckedTest {};
+
 const uint32_t kLoIp = htonl(0x7f000001), kLoMask = htonl(0xff000000);
 
-TEST(Inet, DottedAddressAndMaskOfLoopback) {
+TEST_F(Inet, DottedAddressAndMaskOfLoopback) {
   // The text's first len bytes, terminated only when shorter; a failure
   // after the buffer was cleared leaves it empty.
   const struct {
@@ -40,7 +42,7 @@ TEST(Inet, DottedAddressAndMaskOfLoopback) {
   EXPECT_EQ(get_ip_or_mask_by_ifname("lo", SIOCGIFADDR, nullptr, 16), -1);
 }
 
-TEST(Inet, AddressWordsOfLoopback) {
+TEST_F(Inet, AddressWordsOfLoopback) {
   uint32_t ip = 0, mask = 0;
   EXPECT_EQ(get_ip_and_mask_by_ifname("lo", &ip, &mask), 0);
   EXPECT_EQ(ip, kLoIp);
@@ -76,7 +78,7 @@ TEST(Inet, AddressWordsOfLoopback) {
   EXPECT_EQ(get_interface_addr(longname, &ip, &mask, mac), -1);
 }
 
-TEST(Inet, FifteenByteNameReachesTheKernelWhole) {
+TEST_F(Inet, FifteenByteNameReachesTheKernelWhole) {
   // In a network namespace of its own the child renames its loopback
   // interface to a name of 15 bytes, the most an interface name can have.
   kivtest::ChildResult r = kivtest::run_in_child([] {

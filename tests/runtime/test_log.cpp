@@ -19,7 +19,10 @@ namespace {
 
 class LogTest : public kivtest::SandboxTest {
  protected:
-  void TearDown() override { kiv_dbg_level = 7; }
+  void TearDown() override {
+    kivtest::FdCheckedTest::TearDown();
+    kiv_dbg_level = 7;
+  }
   static std::string log(int pri, const char *msg) {
     Capture err(2);
     _kiv_debug("kiv_utils", "probe", 52, pri, "%s", msg);

@@ -294,6 +294,15 @@ std::vector<std::string> Sandbox::syslog() {
 void SandboxTest::SetUp() {
   std::string why = Sandbox::enter();
   if (!why.empty()) GTEST_SKIP() << "sandbox unavailable: " << why;
+  FdCheckedTest::SetUp();
+}
+
+void FdCheckedTest::SetUp() { fds_ = open_fd_count(); }
+
+void FdCheckedTest::TearDown() {
+  if (fds_ >= 0) {
+    EXPECT_EQ(fds_, open_fd_count()) << "descriptors left open by the calls";
+  }
 }
 
 std::string logged(const std::function<void()> &fn) {

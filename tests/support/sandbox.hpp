@@ -62,9 +62,20 @@ class Sandbox {
   static std::vector<std::string> syslog();
 };
 
+// Fixture for tests whose calls must give back every descriptor they took,
+// on good and failing paths alike: TearDown counts them.
+class FdCheckedTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+ private:
+  int fds_ = -1;
+};
+
 // Fixture for tests that need the sandbox; skips with the reason when it
-// cannot be had.
-class SandboxTest : public ::testing::Test {
+// cannot be had.  Descriptors are counted as above.
+class SandboxTest : public FdCheckedTest {
  protected:
   void SetUp() override;
 };
