@@ -1,5 +1,5 @@
-// Shared pieces of the hardening tests: descriptor-leak checks around call
-// groups, and files and commands that fail in the ways a router sees.
+// Shared pieces of the hardening tests: files and commands that fail in
+// the ways a router sees.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,17 +11,6 @@
 #include "sandbox.hpp"
 
 namespace kivtest {
-
-// Runs calls three times (so that a leak of one descriptor per call shows
-// as three) and expects the descriptor count of the process unchanged.
-inline void expect_no_fd_leak(const char *what,
-                              const std::function<void()> &calls) {
-  Sandbox::console();
-  const int before = open_fd_count();
-  for (int i = 0; i < 3; ++i) calls();
-  Sandbox::console();
-  EXPECT_EQ(before, open_fd_count()) << "descriptors leaked by " << what;
-}
 
 // Replaces whatever is at path by a directory: open() for reading works,
 // every read fails with EISDIR.
