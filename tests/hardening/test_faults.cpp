@@ -54,17 +54,6 @@ std::string network_text() {
   return t;
 }
 
-std::set<std::string> dir_names(const char *dir) {
-  std::set<std::string> out;
-  if (DIR *d = opendir(dir)) {
-    while (dirent *e = readdir(d))
-      if (e->d_name[0] != '.' || (e->d_name[1] && e->d_name[1] != '.'))
-        out.insert(e->d_name);
-    closedir(d);
-  }
-  return out;
-}
-
 // Fills the file system of dir up to the last byte.
 void fill(const std::string &dir) {
   int fd = open((dir + "/filler").c_str(), O_WRONLY | O_CREAT, 0600);

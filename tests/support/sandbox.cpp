@@ -403,6 +403,46 @@ void become(uid_t uid, gid_t gid) {
     _exit(99);
 }
 
+std::set<std::string> dir_names(const std::string &dir) {
+  std::set<std::string> names;
+  kiv::Dir d(opendir(dir.c_str()));
+  while (dirent *e = d ? readdir(d.get()) : nullptr)
+    if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0)
+      names.insert(e->d_name);
+  return names;
+}
+
+struct stat stat_of(const std::string &path) {
+  struct stat st {};
+  EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
+  return st;
+}
+
+// /tmp/open is writable by all, /tmp/closed by root only, and /tmp/sticky
+// by all but sticky, as /tmp is.
+const RightsCase kRightsCases[5] = {
+    {"root keeps another user's file", "/tmp/closed", 0755, 1234, 0600, 0,
+     true},
+    {"read-only file in an open directory", "/tmp/open", 0777, 0, 0444, 1000,
+     false},
+    {"own file in a closed directory", "/tmp/closed", 0755, 1000, 0640, 1000,
+     true},
+    {"another's writable file in a sticky directory", "/tmp/sticky", 01777,
+     2000, 0666, 1000, true},
+    {"own file in a sticky directory", "/tmp/sticky", 01777, 1000, 0600, 1000,
+     true},
+};
+
+std::string make_rights_case(const RightsCase &c, const char *name,
+                             std::string_view content) {
+  Sandbox::mkdirs(c.dir);
+  EXPECT_EQ(chmod(c.dir, c.dir_mode), 0);
+  std::string path = std::string(c.dir) + "/" + name;
+  Sandbox::write_file(path, content, c.mode);
+  EXPECT_EQ(chown(path.c_str(), c.owner, c.owner + 1), 0);
+  return path;
+}
+
 int open_fd_count() {
   int n = 0;
   kiv::Dir d(opendir("/proc/self/fd"));

@@ -20,6 +20,7 @@
 #include <sys/stat.h>
 
 #include <functional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -144,5 +145,28 @@ std::string stream_pattern(size_t n);
 
 // Number of open descriptors of this process (from /proc/self/fd).
 int open_fd_count();
+
+// The names in a directory, "." and ".." left out.
+std::set<std::string> dir_names(const std::string &dir);
+
+// stat() of path, expected to succeed.
+struct stat stat_of(const std::string &path);
+
+// A file's directory and rights before a rewrite, who rewrites it, and
+// whether that may go through: a rewrite needs exactly the right to write
+// the file, and keeps its owner, group (owner + 1) and mode.
+struct RightsCase {
+  const char *what, *dir;
+  mode_t dir_mode;
+  uid_t owner;
+  mode_t mode;
+  uid_t caller;
+  bool updated;
+};
+extern const RightsCase kRightsCases[5];
+
+// Makes c's directory and the file `name` in it with content; its path.
+std::string make_rights_case(const RightsCase &c, const char *name,
+                             std::string_view content);
 
 }  // namespace kivtest
