@@ -26,24 +26,6 @@ int format_into(char *buf, size_t size, const char *fmt, ...) {
   return r;
 }
 
-ssize_t read_file(const char *path, char *buf, size_t size) {
-  if (size == 0) return 0;
-  Fd fd(open(path, O_RDONLY | O_CLOEXEC));
-  if (!fd) return -1;
-  size_t got = 0;
-  while (got < size - 1) {
-    ssize_t r = read(fd.get(), buf + got, size - 1 - got);
-    if (r < 0) {
-      if (errno == EINTR) continue;
-      return -1;
-    }
-    if (r == 0) break;
-    got += static_cast<size_t>(r);
-  }
-  buf[got] = '\0';
-  return static_cast<ssize_t>(got);
-}
-
 namespace {
 
 bool same_file(const struct stat &a, const struct stat &b) {

@@ -155,11 +155,6 @@ class Dir {
   DIR *d_;
 };
 
-// Reads at most size - 1 bytes of the file at path into buf and terminates
-// it.  Returns the number of bytes read, or -1 with errno set when the file
-// cannot be opened or read.
-ssize_t read_file(const char *path, char *buf, size_t size);
-
 // A file held under an advisory lock (flock) for a read or a
 // read-modify-write.  The lock is on the open file, and a writer checks
 // after locking that the path still names that file, so a rename by

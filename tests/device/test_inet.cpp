@@ -11,83 +11,74 @@
 #include "kiv/device.h"
 #include "sandbox.hpp"
 
-TEST(Inet, DottedAddressAndMaskOfLoopback) {
-  int fds = kivtest::open_fd_count();
-  char buf[32];
+namespace {
 
-  memset(buf, 'x', sizeof buf);
-  EXPECT_GE(get_ip_or_mask_by_ifname("lo", SIOCGIFADDR, buf, 16), 0);
-  EXPECT_STREQ(buf, "127.0.0.1");
-  EXPECT_EQ(buf[16], 'x') << "nothing written past len";
+class Inet : public kivtest::FdCheckedTest {};
 
-  EXPECT_GE(get_ip_or_mask_by_ifname("lo", SIOCGIFNETMASK, buf, sizeof buf),
-            0);
-  EXPECT_STREQ(buf, "255.0.0.0");
+const uint32_t kLoIp = htonl(0x7f000001), kLoMask = htonl(0xff000000);
 
-  // A short buffer gets the text's first bytes and no terminator.
-  memset(buf, 'x', sizeof buf);
-  EXPECT_GE(get_ip_or_mask_by_ifname("lo", SIOCGIFADDR, buf, 4), 0);
-  EXPECT_EQ(std::string(buf, 5), "127.x");
-
-  // A failure after the buffer was cleared leaves it empty.
-  memset(buf, 'x', sizeof buf);
-  EXPECT_EQ(get_ip_or_mask_by_ifname("nosuchif0", SIOCGIFADDR, buf, 16), -1);
-  EXPECT_EQ(std::string(buf, 17), std::string(16, '\0') + "x");
-  EXPECT_EQ(get_ip_or_mask_by_ifname(nullptr, SIOCGIFADDR, buf, 16), -1);
+TEST_F(Inet, DottedAddressAndMaskOfLoopback) {
+  // The text's first len bytes, terminated only when shorter; a failure
+  // after the buffer was cleared leaves it empty.
+  const struct {
+    const char *ifname;
+    unsigned request;
+    size_t len;
+    int ret;
+    std::string bytes;  // the first 17 bytes of 'x' after the call
+  } cases[] = {
+      {"lo", SIOCGIFADDR, 16, 0, "127.0.0.1" + std::string(7, '\0') + "x"},
+      {"lo", SIOCGIFNETMASK, 16, 0, "255.0.0.0" + std::string(7, '\0') + "x"},
+      {"lo", SIOCGIFADDR, 4, 0, "127." + std::string(13, 'x')},
+      {"nosuchif0", SIOCGIFADDR, 16, -1, std::string(16, '\0') + "x"},
+      {nullptr, SIOCGIFADDR, 16, -1, std::string(17, 'x')},
+  };
+  for (const auto &c : cases) {
+    char buf[17];
+    memset(buf, 'x', sizeof buf);
+    EXPECT_EQ(get_ip_or_mask_by_ifname(c.ifname, c.request, buf, c.len), c.ret);
+    EXPECT_EQ(std::string(buf, 17), c.bytes);
+  }
   EXPECT_EQ(get_ip_or_mask_by_ifname("lo", SIOCGIFADDR, nullptr, 16), -1);
-
-  EXPECT_EQ(kivtest::open_fd_count(), fds) << "socket left open";
 }
 
-TEST(Inet, AddressWordsOfLoopback) {
-  int fds = kivtest::open_fd_count();
+TEST_F(Inet, AddressWordsOfLoopback) {
   uint32_t ip = 0, mask = 0;
-  EXPECT_GE(get_ip_and_mask_by_ifname("lo", &ip, &mask), 0);
-  EXPECT_EQ(ip, htonl(0x7f000001));
-  EXPECT_EQ(mask, htonl(0xff000000));
-
+  EXPECT_EQ(get_ip_and_mask_by_ifname("lo", &ip, &mask), 0);
+  EXPECT_EQ(ip, kLoIp);
+  EXPECT_EQ(mask, kLoMask);
   ip = mask = 42;
   EXPECT_EQ(get_ip_and_mask_by_ifname("lo", &ip, nullptr), -1);
-  EXPECT_EQ(ip, 42u) << "no request without a mask pointer";
   EXPECT_EQ(get_ip_and_mask_by_ifname("nosuchif0", &ip, &mask), -1);
-  EXPECT_EQ(ip, 42u);
-  EXPECT_EQ(mask, 42u);
+  EXPECT_EQ(ip + mask, 84u) << "nothing written";
 
   unsigned char mac[7];
   memset(mac, 0xee, sizeof mac);
   ip = mask = 0;
   EXPECT_EQ(get_interface_addr("lo", &ip, &mask, mac), 0);
-  EXPECT_EQ(ip, htonl(0x7f000001));
-  EXPECT_EQ(mask, htonl(0xff000000));
+  EXPECT_EQ(ip, kLoIp);
+  EXPECT_EQ(mask, kLoMask);
   EXPECT_EQ(std::string(reinterpret_cast<char *>(mac), 7),
             std::string(6, '\0') + "\xee");
-
   // Only what is asked for is read; nothing asked is a success.
-  EXPECT_EQ(get_interface_addr("lo", nullptr, nullptr, nullptr), 0);
   EXPECT_EQ(get_interface_addr("nosuchif0", nullptr, nullptr, nullptr), 0);
   EXPECT_EQ(get_interface_addr("nosuchif0", nullptr, nullptr, mac), -1);
+  EXPECT_EQ(get_interface_addr("nosuchif0", nullptr, &mask, nullptr), -1);
   ip = 42;
   EXPECT_EQ(get_interface_addr("nosuchif0", &ip, nullptr, nullptr), -1);
   EXPECT_EQ(ip, 42u);
   EXPECT_EQ(get_interface_addr(nullptr, &ip, &mask, mac), -1);
 
-  EXPECT_EQ(kivtest::open_fd_count(), fds) << "socket left open";
-}
-
-TEST(Inet, LongNamesAreCutNotOverrun) {
   // Names longer than the request's field must neither overrun it nor find
   // the loopback interface by a prefix.
   const char *longname = "lo-but-a-much-longer-name-than-sixteen";
   char buf[16];
-  uint32_t ip = 1, mask = 1;
-  unsigned char mac[6];
-  EXPECT_EQ(get_ip_or_mask_by_ifname(longname, SIOCGIFADDR, buf, sizeof buf),
-            -1);
+  EXPECT_EQ(get_ip_or_mask_by_ifname(longname, SIOCGIFADDR, buf, 16), -1);
   EXPECT_EQ(get_ip_and_mask_by_ifname(longname, &ip, &mask), -1);
   EXPECT_EQ(get_interface_addr(longname, &ip, &mask, mac), -1);
 }
 
-TEST(Inet, FifteenByteNameReachesTheKernelWhole) {
+TEST_F(Inet, FifteenByteNameReachesTheKernelWhole) {
   // In a network namespace of its own the child renames its loopback
   // interface to a name of 15 bytes, the most an interface name can have.
   kivtest::ChildResult r = kivtest::run_in_child([] {
@@ -112,8 +103,7 @@ TEST(Inet, FifteenByteNameReachesTheKernelWhole) {
     if (get_ip_or_mask_by_ifname(name, SIOCGIFADDR, buf, sizeof buf) < 0 ||
         strcmp(buf, "127.0.0.1") != 0)
       _exit(1);
-    if (get_ip_and_mask_by_ifname(name, &ip, &mask) < 0 ||
-        ip != htonl(0x7f000001))
+    if (get_ip_and_mask_by_ifname(name, &ip, &mask) < 0 || ip != kLoIp)
       _exit(2);
     if (get_interface_addr(name, &ip, &mask, mac) != 0) _exit(3);
     _exit(0);
@@ -123,3 +113,5 @@ TEST(Inet, FifteenByteNameReachesTheKernelWhole) {
   EXPECT_TRUE(r.exited) << r.signal;
   EXPECT_EQ(r.exit_code, 0) << "1, 2, 3: the function that missed the name";
 }
+
+}  // namespace

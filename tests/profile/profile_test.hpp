@@ -20,6 +20,7 @@ class ProfileTest : public kivtest::SandboxTest {
     __base64 = 0;
   }
   void TearDown() override {
+    kivtest::FdCheckedTest::TearDown();
     __profile = nullptr;
     __quiet = 0;
     __base64 = 0;

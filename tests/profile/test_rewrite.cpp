@@ -19,24 +19,10 @@
 #include "profile_test.hpp"
 
 using kivtest::Sandbox;
+using kivtest::dir_names;
+using kivtest::stat_of;
 
 namespace {
-
-std::set<std::string> dir_names(const char *dir) {
-  std::set<std::string> names;
-  if (DIR *d = opendir(dir)) {
-    while (dirent *e = readdir(d))
-      if (e->d_name[0] != '.') names.insert(e->d_name);
-    closedir(d);
-  }
-  return names;
-}
-
-struct stat stat_of(const char *path) {
-  struct stat st {};
-  EXPECT_EQ(stat(path, &st), 0) << path;
-  return st;
-}
 
 // The two rewrites, run in a child as uid:gid on `path`.
 kivtest::ChildResult rewrite_as(uid_t uid, gid_t gid, const char *path,
@@ -56,37 +42,10 @@ constexpr const char kOld[] = "# radio\nKey=old\nList=a;b;c\n";
 }  // namespace
 
 TEST_F(ProfileTest, RewriteKeepsTheFileAndNeedsOnlyTheRightToWriteIt) {
-  struct Case {
-    const char *what;
-    const char *dir;
-    mode_t dir_mode;
-    uid_t owner;
-    mode_t mode;
-    uid_t caller;
-    bool updated;
-  };
-  // /tmp itself is root's and sticky; /tmp/open is writable by all, and
-  // /tmp/closed by root only.
-  const Case cases[] = {
-      {"root keeps another user's file", "/tmp/closed", 0755, 1234, 0600, 0,
-       true},
-      {"read-only file in an open directory", "/tmp/open", 0777, 0, 0444,
-       1000, false},
-      {"own file in a closed directory", "/tmp/closed", 0755, 1000, 0640,
-       1000, true},
-      {"another's writable file in a sticky directory", "/tmp", 01777, 2000,
-       0666, 1000, true},
-      {"own file in a sticky directory", "/tmp", 01777, 1000, 0600, 1000,
-       true},
-  };
-  for (const Case &c : cases) {
+  for (const kivtest::RightsCase &c : kivtest::kRightsCases) {
     for (bool token : {false, true}) {
       SCOPED_TRACE(std::string(c.what) + (token ? ", token" : ", scalar"));
-      Sandbox::mkdirs(c.dir);
-      ASSERT_EQ(chmod(c.dir, c.dir_mode), 0);
-      std::string path = std::string(c.dir) + "/p.dat";
-      Sandbox::write_file(path, kOld, c.mode);
-      ASSERT_EQ(chown(path.c_str(), c.owner, c.owner + 1), 0);
+      std::string path = kivtest::make_rights_case(c, "p.dat", kOld);
       std::set<std::string> names = dir_names(c.dir);
 
       auto r = rewrite_as(c.caller, c.caller, path.c_str(), token);

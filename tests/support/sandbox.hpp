@@ -16,9 +16,11 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <functional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,7 +31,6 @@ class Sandbox {
  public:
   // Enters (or re-enters) the sandbox.  Returns "" on success, else why not.
   static std::string enter();
-  static bool active();
 
   // Creates or replaces a file, creating missing parent directories.
   static void write_file(const std::string &path, std::string_view content,
@@ -62,9 +63,20 @@ class Sandbox {
   static std::vector<std::string> syslog();
 };
 
+// Fixture for tests whose calls must give back every descriptor they took,
+// on good and failing paths alike: TearDown counts them.
+class FdCheckedTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+ private:
+  int fds_ = -1;
+};
+
 // Fixture for tests that need the sandbox; skips with the reason when it
-// cannot be had.
-class SandboxTest : public ::testing::Test {
+// cannot be had.  Descriptors are counted as above.
+class SandboxTest : public FdCheckedTest {
  protected:
   void SetUp() override;
 };
@@ -92,8 +104,8 @@ struct ChildResult {
   bool exited = false;  // ended by exit(); else killed by `signal`
   int exit_code = -1;   // 0..255 when exited
   int signal = 0;
-  std::string out;      // the child's stdout
-  std::string err;      // the child's stderr
+  std::string out;  // the child's stdout
+  std::string err;  // the child's stderr
 };
 
 // Runs fn in a child process (for calls that end the process) and collects
@@ -109,7 +121,52 @@ void become(uid_t uid, gid_t gid);
 // that use it export their symbols, so the libraries call this one).
 extern bool g_no_reserve;
 
+// Everything fn wrote on stderr, sent to syslog (a line each) and printed on
+// the console, in that order: what a call let out.
+std::string logged(const std::function<void()> &fn);
+
+// A SIGALRM every `usec` microseconds while the object lives, without
+// SA_RESTART, so that blocked reads and writes fail with EINTR or return
+// short.  ticks() counts the signals since the start.
+class Ticker {
+ public:
+  explicit Ticker(long usec = 2000);
+  ~Ticker();
+  Ticker(const Ticker &) = delete;
+  Ticker &operator=(const Ticker &) = delete;
+  static int ticks();
+
+ private:
+  struct sigaction old_ {};
+};
+
+// n bytes in a pattern that shows any byte lost, doubled or moved.
+std::string stream_pattern(size_t n);
+
 // Number of open descriptors of this process (from /proc/self/fd).
 int open_fd_count();
+
+// The names in a directory, "." and ".." left out.
+std::set<std::string> dir_names(const std::string &dir);
+
+// stat() of path, expected to succeed.
+struct stat stat_of(const std::string &path);
+
+// A file's directory and rights before a rewrite, who rewrites it, and
+// whether that may go through: a rewrite needs exactly the right to write
+// the file, and keeps its owner, group (owner + 1) and mode.
+struct RightsCase {
+  const char *what, *dir;
+  mode_t dir_mode;
+  uid_t owner;
+  mode_t mode;
+  uid_t caller;
+  bool updated;
+};
+extern const RightsCase kRightsCases[5];
+
+// Makes c's directory and the file `name` in it with content; its path.
+std::string make_rights_case(const RightsCase &c, const char *name,
+                             std::string_view content);
 
 }  // namespace kivtest

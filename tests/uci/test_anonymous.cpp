@@ -1,18 +1,34 @@
 // Removal walks over sections of one type, checked through the file and the
 // trace lines.
+#include <gmock/gmock.h>
+
 #include <string>
-#include <vector>
 
 #include "uci_fixture.hpp"
 
 namespace kivtest {
 namespace {
 
-// Three sections whose option o reads a, b, a.
-const char kABA[] =
-    "config t\n\toption o 'a'\n\toption n '1'\n"
-    "config t\n\toption o 'b'\n\toption n '2'\n"
-    "config t\n\toption o 'a'\n\toption n '3'\n";
+// Three sections whose option o reads a, b, a; then a fourth with a list.
+#define ABA                                    \
+  "config t\n\toption o 'a'\n\toption n '1'\n" \
+  "config t\n\toption o 'b'\n\toption n '2'\n" \
+  "config t\n\toption o 'a'\n\toption n '3'\n"
+const char kABA[] = ABA;
+const char kABAL[] = ABA "config t\n\tlist o 'a'\n\toption n '4'\n";
+
+// The trace of a lookup of p.@t[i], and of a deletion of it.
+std::string look(int i) {
+  return "lookup str : p.@t[" + std::to_string(i) + "]\n\n";
+}
+std::string gone(int i) {
+  return "--- uci_delete str : p.@t[" + std::to_string(i) + "]\n";
+}
+const std::string kEnd = "Not found target option!\n";
+std::string count(int n) {
+  return "cmd:uci show p | grep t | grep -c \"o='a'\"\n need delete count:" +
+         std::to_string(n) + "\n";
+}
 
 class UciAnonymous : public UciTest {
  protected:
@@ -24,138 +40,71 @@ class UciAnonymous : public UciTest {
       r += f[at + 10];
     return r;
   }
-  // The tuples of the "lookup str" lines, in order.
-  static std::vector<std::string> lookups(const std::string &out) {
-    std::vector<std::string> r;
-    const std::string key = "]: lookup str : ";
-    for (size_t at = out.find(key); at != std::string::npos;
-         at = out.find(key, at + 1)) {
-      size_t b = at + key.size();
-      r.push_back(out.substr(b, out.find('\n', b) - b));
-    }
-    return r;
-  }
-  static void need_uci_command() {
-#ifdef KIV_UCI_CLI_PATH
-    Sandbox::install_command("uci", KIV_UCI_CLI_PATH);
-#else
-    GTEST_SKIP() << "the uci command is not built";
-#endif
-  }
 };
 
-TEST_F(UciAnonymous, FirstWalkRemovesEveryHit) {
-  put("p", kABA);
+TEST_F(UciAnonymous, WalksRemoveTheirHitsAndTellTheirSteps) {
+#ifdef KIV_UCI_CLI_PATH
+  Sandbox::install_command("uci", KIV_UCI_CLI_PATH);
+#endif
+  const struct {
+    const char *text;
+    int walk;  // 1, 2 or 3: by_option, by_option2, by_option3
+    const char *o1, *o2, *v1, *v2;
+    std::string left, said;  // said: stdout without the line heads
+  } cases[] = {
+      // The first walk removes every hit; after each commit it must read
+      // the package again, or it misses or hits the wrong section.
+      {kABA, 1, "o", 0, "a", 0, "2",
+       look(0) + look(0) + look(1) + look(1) + kEnd},
+      {kABAL, 1, "o", 0, "a", 0, "24",
+       look(0) + look(0) + look(1) + look(1) + look(2) + kEnd},
+      // Filter off (value NULL): every section of the type goes.
+      {ABA "config u\n\toption n '9'\n", 1, "o", 0, 0, 0, "9",
+       look(0) + look(0) + look(0) + look(0) + kEnd},
+      // The second walk removes the first hit only, and tells no lookup;
+      // an absent option is no hit, and one complete pair does not filter.
+      {kABA, 2, "o", "n", "a", "3", "12", ""},
+      {kABA, 2, "o", "x", "a", "1", "123", kEnd},
+      {kABA, 2, "o", 0, "a", 0, "", kEnd},
+      // The third walk is bounded by the count of "uci show": the one-item
+      // list shows like a string, so 3, but is still no hit.
+      {kABAL, 3, "o", 0, "a", 0, "24", count(3) + gone(0) + gone(1) + kEnd},
+      {kABA, 3, "o", 0, "a", 0, "2", count(2) + gone(0) + gone(1)},
+      // Filter off: the count is 0 and only the first section goes.
+      {kABA, 3, 0, 0, 0, 0, "23",
+       "cmd:uci show p | grep t | grep -c \"(null)='(null)'\"\n need "
+       "delete count:0\n" +
+           gone(0)},
+  };
+  for (const auto &c : cases) {
+    put("p", c.text);
+    std::string out = out_of([&] {
+      EXPECT_EQ(
+          0, c.walk == 1
+                 ? del_uci_anonymous_section_by_option("p", "t", c.o1, c.v1)
+             : c.walk == 2
+                 ? del_uci_anonymous_section_by_option2("p", "t", c.o1, c.o2,
+                                                        c.v1, c.v2)
+                 : del_uci_anonymous_section_by_option3("p", "t", c.o1, c.v1));
+    });
+    EXPECT_EQ(c.left, left()) << c.said;
+    EXPECT_EQ(c.said, heads_off(out));
+    EXPECT_EQ("", Sandbox::read_file("/tmp/.uci/p")) << "nothing staged";
+  }
+}
+
+TEST_F(UciAnonymous, NoPackageOrNoName) {
   std::string out = out_of([] {
-    EXPECT_EQ(0, del_uci_anonymous_section_by_option("p", "t", "o", "a"));
-  });
-  EXPECT_EQ("2", left());
-  EXPECT_EQ((std::vector<std::string>{"p.@t[0]", "p.@t[0]", "p.@t[1]", "p.@t[1]"}),
-            lookups(out));
-  EXPECT_NE(std::string::npos,
-            out.find("del_uci_anonymous_section_by_option[00"));
-  EXPECT_EQ(1, occurrences(out, "]: Not found target option!\n"));
-  EXPECT_EQ("", Sandbox::read_file("/tmp/.uci/p"));
-
-  // Filter off (value NULL): every section of the type goes, others stay.
-  put("p", std::string(kABA) + "config u 'keep'\n\toption n '9'\n");
-  out = out_of([] {
-    EXPECT_EQ(0, del_uci_anonymous_section_by_option("p", "t", "o", nullptr));
-  });
-  EXPECT_EQ("9", left());
-  EXPECT_EQ(4u, lookups(out).size());
-
-  // No section of the type, no package.
-  out = out_of([] {
-    EXPECT_EQ(0, del_uci_anonymous_section_by_option("p", "t", "o", "a"));
+    EXPECT_EQ(0, del_uci_anonymous_section_by_option3("nopkg", "t", "o", "a"));
     EXPECT_NE(0, del_uci_anonymous_section_by_option("nopkg", "t", "o", "a"));
     EXPECT_EQ(-1, del_uci_anonymous_section_by_option(nullptr, "t", "o", "a"));
   });
-  EXPECT_NE(std::string::npos, out.find("]: uci lookup ptr failed\n"));
-  EXPECT_NE(std::string::npos, out.find("]: parameter error\n"));
-}
-
-// After a commit the context would still number the sections after the old
-// file; the walk must re-read it, or it misses or hits the wrong section.
-TEST_F(UciAnonymous, RereadsThePackageAfterEachCommit) {
-  put("p",
-      "config t\n\toption o 'a'\n\toption n '1'\n"
-      "config t\n\toption o 'b'\n\toption n '2'\n"
-      "config t\n\toption o 'a'\n\toption n '3'\n"
-      "config t\n\tlist o 'a'\n\toption n '4'\n");
-  std::string out = out_of([] {
-    EXPECT_EQ(0, del_uci_anonymous_section_by_option("p", "t", "o", "a"));
-  });
-  EXPECT_EQ("24", left());
-  EXPECT_EQ((std::vector<std::string>{"p.@t[0]", "p.@t[0]", "p.@t[1]", "p.@t[1]",
-                                      "p.@t[2]"}),
-            lookups(out));
-  EXPECT_EQ(1, occurrences(out, "Not found target option!"));
-  EXPECT_EQ("", Sandbox::read_file("/tmp/.uci/p"));
-}
-
-TEST_F(UciAnonymous, SecondWalkRemovesTheFirstHitOnly) {
-  put("p", kABA);
-  std::string out = out_of([] {
-    EXPECT_EQ(0, del_uci_anonymous_section_by_option2("p", "t", "o", "n", "a", "3"));
-  });
-  EXPECT_EQ("12", left());
-  EXPECT_EQ("", out);
-
-  // A second option that is absent is no hit.
-  put("p", kABA);
-  EXPECT_EQ(0, del_uci_anonymous_section_by_option2("p", "t", "o", "x", "a", "1"));
-  EXPECT_EQ("123", left());
-
-  // One complete pair does not switch the filter on.
-  EXPECT_EQ(0, del_uci_anonymous_section_by_option2("p", "t", "o", nullptr, "a", nullptr));
-  EXPECT_EQ("", left());
-}
-
-TEST_F(UciAnonymous, ThirdWalkIsBoundedByTheCount) {
-  need_uci_command();
-  if (IsSkipped()) return;
-  put("p",
-      "config t\n\toption o 'a'\n\toption n '1'\n"
-      "config t\n\toption o 'b'\n\toption n '2'\n"
-      "config t\n\toption o 'a'\n\toption n '3'\n"
-      "config t\n\tlist o 'a'\n\toption n '4'\n");
-  // The one-item list shows like a string, so the count is 3; the list
-  // section is still no hit.
-  std::string out = out_of([] {
-    EXPECT_EQ(0, del_uci_anonymous_section_by_option3("p", "t", "o", "a"));
-  });
-  EXPECT_EQ("24", left());
-  EXPECT_NE(std::string::npos,
-            out.find("]: cmd:uci show p | grep t | grep -c \"o='a'\"\n need delete count:3\n"));
-  EXPECT_EQ(2, occurrences(out, "]: --- uci_delete str : "));
-  EXPECT_NE(std::string::npos, out.find("]: --- uci_delete str : p.@t[1]\n"));
-  EXPECT_EQ(1, occurrences(out, "Not found target option!"));
-
-  // Count 2 on a, b, a: both go and the walk stops at once.
-  put("p", kABA);
-  out = out_of([] {
-    EXPECT_EQ(0, del_uci_anonymous_section_by_option3("p", "t", "o", "a"));
-  });
-  EXPECT_EQ("2", left());
-  EXPECT_NE(std::string::npos, out.find("need delete count:2\n"));
-  EXPECT_EQ(0, occurrences(out, "Not found target option!"));
-
-  // Filter off: the count is 0 and only the first section goes.
-  put("p", kABA);
-  out = out_of([] {
-    EXPECT_EQ(0, del_uci_anonymous_section_by_option3("p", "t", nullptr, nullptr));
-  });
-  EXPECT_EQ("23", left());
-  EXPECT_NE(std::string::npos, out.find("need delete count:0\n"));
-
-  // No package: both words, and 0.
-  out = out_of([] {
-    EXPECT_EQ(0, del_uci_anonymous_section_by_option3("nopkg", "t", "o", "a"));
-  });
-  EXPECT_NE(std::string::npos,
-            out.find("]: uci lookup ptr failed\n"));
-  EXPECT_NE(std::string::npos, out.find("]: Not found target option!\n"));
+  EXPECT_THAT(out, testing::ContainsRegex(
+                       "option3\\[[0-9]{5}\\]: uci lookup ptr failed\n.*"
+                       "option3\\[[0-9]{5}\\]: Not found target option!\n.*"
+                       "\\[[0-9]{5}\\]: lookup str : nopkg.@t\\[0\\]\n\n.*"
+                       "\\[[0-9]{5}\\]: uci lookup ptr failed\n.*"
+                       "option\\[[0-9]{5}\\]: parameter error\n"));
 }
 
 TEST_F(UciAnonymous, FailedCommitStopsTheWalk) {
@@ -164,7 +113,7 @@ TEST_F(UciAnonymous, FailedCommitStopsTheWalk) {
   std::string out = out_of([] {
     EXPECT_NE(0, del_uci_anonymous_section_by_option("p", "t", "o", "a"));
   });
-  EXPECT_NE(std::string::npos, out.find("]: uci commit failed\n"));
+  EXPECT_THAT(out, testing::HasSubstr("]: uci commit failed\n"));
   EXPECT_EQ("123", left());
   // The saved removal stays pending.
   EXPECT_EQ(1, occurrences(Sandbox::read_file("/tmp/.uci/p"), "-p.cfg01"));

@@ -5,6 +5,7 @@
 #include <sys/mount.h>
 
 #include <functional>
+#include <regex>
 #include <string>
 
 #include "kiv/ucicfg.h"
@@ -26,9 +27,14 @@ class UciTest : public SandboxTest {
     fn();
     return cap.take();
   }
+  // Text without the "%25s[%05d]: " heads of its lines.
+  static std::string heads_off(const std::string &text) {
+    return std::regex_replace(text, std::regex(R"( *\w+\[\d{5}\]: )"), "");
+  }
   // Makes /etc/config read-only (even for root) inside the sandbox.
   static void freeze_config_dir() {
-    ASSERT_EQ(0, mount("/etc/config", "/etc/config", nullptr, MS_BIND, nullptr));
+    ASSERT_EQ(0,
+              mount("/etc/config", "/etc/config", nullptr, MS_BIND, nullptr));
     ASSERT_EQ(0, mount(nullptr, "/etc/config", nullptr,
                        MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr));
   }

@@ -1,241 +1,163 @@
 // Staging of an interface's SSID, key and role: the uci command sequences.
-#include "kiv/wifi.h"
-
+#include <gmock/gmock.h>
 #include <unistd.h>
 
-#include <initializer_list>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "kiv/wifi.h"
 #include "sandbox.hpp"
 
 namespace {
 
 using kivtest::Sandbox;
+using testing::HasSubstr;
 using Lines = std::vector<std::string>;
 
-// The calls of the fake uci from the n-th on.
-Lines uci_calls_from(size_t n) {
-  Lines all = Sandbox::calls("uci");
-  return n < all.size() ? Lines(all.begin() + static_cast<long>(n), all.end())
-                        : Lines{};
+// The uci commands of a compact text: each word "x" is "set wireless.x",
+// "-x" is "delete wireless.x", and '@' in a word stands for ifname.
+Lines staged(const std::string &ifname, const std::string &text) {
+  Lines out;
+  std::istringstream words(text);
+  for (std::string w; words >> w;) {
+    for (size_t at; (at = w.find('@')) != std::string::npos;)
+      w.replace(at, 1, ifname);
+    out.push_back(w[0] == '-' ? "delete wireless." + w.substr(1)
+                              : "set wireless." + w);
+  }
+  return out;
 }
 
-class WifiBasicPara : public kivtest::SandboxTest {
+// What each call staged since the last look.
+class Provisioning : public kivtest::SandboxTest {
  protected:
   void SetUp() override {
     kivtest::SandboxTest::SetUp();
     if (IsSkipped()) return;
     Sandbox::fake_command("uci");
   }
+  Lines fresh_calls() {
+    Lines all = Sandbox::calls("uci");
+    Lines fresh(all.begin() + static_cast<long>(seen_), all.end());
+    seen_ = all.size();
+    return fresh;
+  }
+  size_t seen_ = 0;
 };
 
-TEST_F(WifiBasicPara, StationInterfaces) {
-  kivtest::Capture err(2);
-  EXPECT_EQ(SetWifiBasicPara("ath03", "Home", "k3y-Secret"), 0);
-  EXPECT_EQ(Sandbox::calls("uci"),
-            (Lines{"set wireless.wifi0.disabled=0",
-                   "set wireless.wifi0.channel=0",
-                   "set wireless.ath03.disabled=0",
-                   "set wireless.ath03.key=k3y-Secret",
-                   "set wireless.ath03.ssid=Home",
-                   "set wireless.ath03.extap=1",
-                   "set wireless.ath03.mode=sta"}));
-
-  EXPECT_EQ(SetWifiBasicPara("ath13", "Home5", "k3y-Secret"), 0);
-  EXPECT_EQ(uci_calls_from(7),
-            (Lines{"set wireless.wifi1.disabled=0",
-                   "set wireless.wifi1.channel=0",
-                   "set wireless.ath13.disabled=0",
-                   "set wireless.ath13.key=k3y-Secret",
-                   "set wireless.ath13.ssid=Home5",
-                   "set wireless.ath13.extap=1",
-                   "set wireless.ath13.mode=sta"}));
-
-  // Radio 2 touches no radio section, and an empty key is still set.
-  EXPECT_EQ(SetWifiBasicPara("ath23", "Home6", ""), 0);
-  EXPECT_EQ(uci_calls_from(14),
-            (Lines{"set wireless.ath23.key=",
-                   "set wireless.ath23.ssid=Home6",
-                   "set wireless.ath23.wds=1",
-                   "set wireless.ath23.mode=sta"}));
-
+TEST_F(Provisioning, BasicParaByInterface) {
+  const struct {
+    const char *ifname, *ssid, *key;
+    int ret;
+    const char *want;
+  } cases[] = {
+      // Stations of radio 0 and 1: the radio on, channel automatic.
+      {"ath03", "Home", "k3y-Secret", 0,
+       "wifi0.disabled=0 wifi0.channel=0 @.disabled=0 @.key=k3y-Secret "
+       "@.ssid=Home @.extap=1 @.mode=sta"},
+      {"ath13", "Home5", "k3y-Secret", 0,
+       "wifi1.disabled=0 wifi1.channel=0 @.disabled=0 @.key=k3y-Secret "
+       "@.ssid=Home5 @.extap=1 @.mode=sta"},
+      // Radio 2 touches no radio section, and an empty key is still set.
+      {"ath23", "Home6", "", 0, "@.key= @.ssid=Home6 @.wds=1 @.mode=sta"},
+      {"ath1", "unused", "k", 0, "@.key=k @.mode=ap"},
+      {"ath2", "unused", nullptr, 0, "@.mode=ap"},
+      {"ath0", "unused", nullptr, 0, "@.mode=ap"},
+      // An unknown name has its key set, then is refused with a log line.
+      {"wlan0", "x", "k2", 1, "@.key=k2"},
+      {"ath3", "x", nullptr, 1, ""},
+      {"ath03 ", "x", nullptr, 1, ""},
+      {nullptr, "x", "k", 1, ""},
+      {"ath0", nullptr, "k", 1, ""},
+  };
+  std::string log = kivtest::logged([&] {
+    for (const auto &c : cases) {
+      EXPECT_EQ(SetWifiBasicPara(c.ifname, c.ssid, c.key), c.ret) << c.want;
+      EXPECT_EQ(fresh_calls(), staged(c.ifname ? c.ifname : "", c.want));
+    }
+  });
   // Only the enabling lines are logged, and never the key.
-  std::string log = err.take();
-  for (const std::string &line : Sandbox::syslog()) log += line + "\n";
-  log += Sandbox::console();
-  EXPECT_EQ(log.find("k3y-Secret"), std::string::npos) << log;
-  EXPECT_NE(log.find("system_cmd: uci set wireless.ath03.disabled='0'"),
-            std::string::npos);
-  EXPECT_NE(log.find("system_cmd: uci set wireless.ath13.disabled='0'"),
-            std::string::npos);
-}
+  EXPECT_THAT(log, testing::Not(HasSubstr("k3y-Secret")));
+  EXPECT_THAT(log,
+              HasSubstr("system_cmd: uci set wireless.ath03.disabled='0'"));
+  EXPECT_THAT(log,
+              HasSubstr("system_cmd: uci set wireless.ath13.disabled='0'"));
+  EXPECT_THAT(log,
+              testing::ContainsRegex(
+                  "NOTICE.\\(SetWifiBasicPara\\)(.|\n)*invalid iface(.|\n)*"
+                  "invalid iface(.|\n)*invalid iface"));
+  EXPECT_THAT(log, testing::ContainsRegex(
+                       "\\[kiv-err\\]\\[SetWifiBasicPara:[0-9]+\\] param is "
+                       "null\n\n\\[kiv-err\\]"));
 
-TEST_F(WifiBasicPara, AccessPointsAndOtherNames) {
-  EXPECT_EQ(SetWifiBasicPara("ath1", "unused", "k"), 0);
-  EXPECT_EQ(SetWifiBasicPara("ath2", "unused", nullptr), 0);
-  EXPECT_EQ(Sandbox::calls("uci"),
-            (Lines{"set wireless.ath1.key=k", "set wireless.ath1.mode=ap",
-                   "set wireless.ath2.mode=ap"}));
-
-  // An unknown name has its key set, then is refused with a log line.
-  kivtest::Capture err(2);
-  EXPECT_EQ(SetWifiBasicPara("wlan0", "x", "k2"), 1);
-  EXPECT_EQ(SetWifiBasicPara("ath3", "x", nullptr), 1);
-  EXPECT_EQ(SetWifiBasicPara("ath03 ", "x", nullptr), 1);
-  EXPECT_NE(err.take().find("[NOTICE](SetWifiBasicPara)"), std::string::npos);
-  EXPECT_EQ(Sandbox::calls("uci").size(), 4u);
-  EXPECT_EQ(Sandbox::calls("uci").back(), "set wireless.wlan0.key=k2");
-  int invalid = 0;
-  for (const std::string &line : Sandbox::syslog())
-    if (line.find("invalid iface") != std::string::npos) ++invalid;
-  EXPECT_EQ(invalid, 3);
-
-  // Null name or SSID: nothing runs.
-  EXPECT_EQ(SetWifiBasicPara(nullptr, "x", "k"), 1);
-  EXPECT_EQ(SetWifiBasicPara("ath0", nullptr, "k"), 1);
-  EXPECT_EQ(Sandbox::calls("uci").size(), 4u);
-  std::string console = Sandbox::console();
-  EXPECT_NE(console.find("[kiv-err][SetWifiBasicPara:"), std::string::npos);
-  EXPECT_NE(console.find("] param is null\n\n"), std::string::npos);
-}
-
-TEST_F(WifiBasicPara, LongCommandsAreCut) {
   // "uci set wireless.ath23.ssid=" is 28 characters; the line keeps 127.
   std::string ssid(200, 's');
   EXPECT_EQ(SetWifiBasicPara("ath23", ssid.c_str(), nullptr), 0);
-  EXPECT_EQ(Sandbox::calls("uci").front(),
+  EXPECT_EQ(fresh_calls()[0],
             "set wireless.ath23.ssid=" + std::string(127 - 28, 's'));
 }
 
-}  // namespace
-
-namespace {
-
 // SetWifiParaByEncrypt reads `sae` through libuci, then stages with `uci`.
-class WifiEncryptPara : public kivtest::SandboxTest {
- protected:
-  void SetUp() override {
-    kivtest::SandboxTest::SetUp();
-    if (IsSkipped()) return;
-    Sandbox::fake_command("uci");
-    Sandbox::write_file("/etc/config/wireless",
-                        "config wifi-iface 'ath0'\n"
-                        "\toption mode 'ap'\n"
-                        "\toption sae '0'\n\n"
-                        "config wifi-iface 'ath1'\n"
-                        "\toption sae '1'\n\n"
-                        "config wifi-iface 'ath13'\n"
-                        "\toption sae '1234'\n\n"
-                        "config wifi-iface 'ath23'\n"
-                        "\toption mode 'sta'\n");
+TEST_F(Provisioning, EncryptParaByCode) {
+  Sandbox::write_file("/etc/config/wireless",
+                      "config wifi-iface 'ath0'\n\toption sae '0'\n"
+                      "config wifi-iface 'ath1'\n\toption sae '1'\n"
+                      "config wifi-iface 'ath13'\n\toption sae '1234'\n");
+  const std::string open = "@=wifi-iface @.disabled=0 ",
+                    clear =
+                        " -@.sae=1 -@.sae_confirm_immediate=1 "
+                        "-@.force_invalid_group=1 -@.ieee80211w=2",
+                    sae =
+                        " @.sae=1 @.sae_confirm_immediate=1 "
+                        "@.force_invalid_group=1 @.ieee80211w=2";
+  const struct {
+    const char *ifname;
+    int enc;
+    std::string want;
+  } cases[] = {
+      // ath0 has sae '0', ath03 no section at all: both count as false.
+      {"ath0", 0, open + "@.encryption=none" + clear},
+      {"ath03", 0, open + "@.encryption=none" + clear},
+      {"ath0", 1, open + "@.encryption=psk" + clear},
+      {"ath0", 2, open + "@.encryption=psk2+ccmp" + clear},
+      {"ath03", 3, open + "@.encryption=psk2+ccmp" + clear},
+      // WPA3 sets the SAE options and never clears them; only 4 drops OWE.
+      {"ath0", 4, open + "@.encryption=ccmp" + sae + " -@.owe=1"},
+      {"ath03", 5, open + "@.encryption=psk2+ccmp" + sae},
+      // Any other code is handled as 0.
+      {"ath0", 6, open + "@.encryption=none" + clear},
+      {"ath03", -1, open + "@.encryption=none" + clear},
+      {"ath0", 1000, open + "@.encryption=none" + clear},
+      // A stored sae of "1" keeps the options; a value that fills the
+      // whole read is not "1".
+      {"ath1", 2, open + "@.encryption=psk2+ccmp"},
+      {"ath1", 0, open + "@.encryption=none"},
+      {"ath13", 2, open + "@.encryption=psk2+ccmp" + clear},
+      // The 6 GHz interfaces are never open: OWE instead.
+      {"ath23", 0,
+       open + "@.encryption=none @.encryption=ccmp @.owe=1" + clear},
+      {"ath2", 0, open + "@.encryption=none @.encryption=ccmp @.owe=1" + clear},
+  };
+  for (const auto &c : cases) {
+    EXPECT_EQ(SetWifiParaByEncrypt(c.ifname, c.enc), 0);
+    EXPECT_EQ(fresh_calls(), staged(c.ifname, c.want)) << c.ifname << c.enc;
   }
-
-  static Lines run(const char *ifname, int enc) {
-    size_t before = Sandbox::calls("uci").size();
-    EXPECT_EQ(SetWifiParaByEncrypt(ifname, enc), 0);
-    return uci_calls_from(before);
-  }
-};
-
-Lines opening(const std::string &s) {
-  return {"set wireless." + s + "=wifi-iface",
-          "set wireless." + s + ".disabled=0"};
-}
-
-Lines clears(const std::string &s) {
-  return {"delete wireless." + s + ".sae=1",
-          "delete wireless." + s + ".sae_confirm_immediate=1",
-          "delete wireless." + s + ".force_invalid_group=1",
-          "delete wireless." + s + ".ieee80211w=2"};
-}
-
-Lines sae_sets(const std::string &s) {
-  return {"set wireless." + s + ".sae=1",
-          "set wireless." + s + ".sae_confirm_immediate=1",
-          "set wireless." + s + ".force_invalid_group=1",
-          "set wireless." + s + ".ieee80211w=2"};
-}
-
-Lines join(std::initializer_list<Lines> parts) {
-  Lines all;
-  for (const Lines &p : parts) all.insert(all.end(), p.begin(), p.end());
-  return all;
-}
-
-TEST_F(WifiEncryptPara, EachCodeWithoutStoredSae) {
-  // ath0 has sae '0', ath03 has no section at all: both count as false.
-  for (const char *s : {"ath0", "ath03"}) {
-    SCOPED_TRACE(s);
-    EXPECT_EQ(run(s, 0), join({opening(s), {"set wireless." + std::string(s) +
-                                            ".encryption=none"},
-                               clears(s)}));
-    EXPECT_EQ(run(s, 1),
-              join({opening(s), {"set wireless." + std::string(s) + ".encryption=psk"},
-                    clears(s)}));
-    for (int enc : {2, 3})
-      EXPECT_EQ(run(s, enc),
-                join({opening(s),
-                      {"set wireless." + std::string(s) + ".encryption=psk2+ccmp"},
-                      clears(s)}));
-    // WPA3 sets the SAE options and never clears them; only 4 drops OWE.
-    EXPECT_EQ(run(s, 4),
-              join({opening(s), {"set wireless." + std::string(s) + ".encryption=ccmp"},
-                    sae_sets(s), {"delete wireless." + std::string(s) + ".owe=1"}}));
-    EXPECT_EQ(run(s, 5),
-              join({opening(s),
-                    {"set wireless." + std::string(s) + ".encryption=psk2+ccmp"},
-                    sae_sets(s)}));
-    // Any other code is handled as 0.
-    for (int enc : {6, -1, 1000})
-      EXPECT_EQ(run(s, enc), run(s, 0)) << enc;
-  }
-}
-
-TEST_F(WifiEncryptPara, StoredSaeKeepsTheOptions) {
-  EXPECT_EQ(run("ath1", 2),
-            join({opening("ath1"), {"set wireless.ath1.encryption=psk2+ccmp"}}));
-  EXPECT_EQ(run("ath1", 0),
-            join({opening("ath1"), {"set wireless.ath1.encryption=none"}}));
-  // A value that fills the whole read is not "1".
-  EXPECT_EQ(run("ath13", 2),
-            join({opening("ath13"), {"set wireless.ath13.encryption=psk2+ccmp"},
-                  clears("ath13")}));
   std::string console = Sandbox::console();
-  EXPECT_NE(console.find("[     SetWifiParaByEncrypt]["), std::string::npos)
-      << console;
-  EXPECT_NE(console.find("]:--enc=2-saeStr=1-sae=1\n"), std::string::npos)
-      << console;
-  EXPECT_NE(console.find("]:--enc=2-saeStr=1234-sae=0\n"), std::string::npos)
-      << console;
-}
+  EXPECT_THAT(console, HasSubstr("[     SetWifiParaByEncrypt]["));
+  EXPECT_THAT(console, HasSubstr("]:--enc=2-saeStr=1-sae=1\n"));
+  EXPECT_THAT(console, HasSubstr("]:--enc=2-saeStr=1234-sae=0\n"));
+  EXPECT_THAT(console, HasSubstr("]:--enc=0-saeStr=-sae=0\n"));
 
-TEST_F(WifiEncryptPara, SixGigahertzOpenBecomesOwe) {
-  for (const char *s : {"ath23", "ath2"}) {
-    std::string n = s;
-    EXPECT_EQ(run(s, 0),
-              join({opening(n),
-                    {"set wireless." + n + ".encryption=none",
-                     "set wireless." + n + ".encryption=ccmp",
-                     "set wireless." + n + ".owe=1"},
-                    clears(n)}));
-  }
-  // The console line of a missing option has an empty text.
-  EXPECT_NE(Sandbox::console().find("]:--enc=0-saeStr=-sae=0\n"),
-            std::string::npos);
-}
-
-TEST_F(WifiEncryptPara, NullNameAndUnreadableConfiguration) {
   EXPECT_EQ(SetWifiParaByEncrypt(nullptr, 2), 1);
-  EXPECT_TRUE(Sandbox::calls("uci").empty());
-  EXPECT_NE(Sandbox::console().find("[kiv-err][SetWifiParaByEncrypt:"),
-            std::string::npos);
+  EXPECT_TRUE(fresh_calls().empty());
+  EXPECT_THAT(Sandbox::console(), HasSubstr("[kiv-err][SetWifiParaByEncrypt:"));
   // Without a wireless package the flag is false and staging goes on.
   unlink("/etc/config/wireless");
   kivtest::Capture out(1);
-  EXPECT_EQ(run("ath0", 3),
-            join({opening("ath0"), {"set wireless.ath0.encryption=psk2+ccmp"},
-                  clears("ath0")}));
+  EXPECT_EQ(SetWifiParaByEncrypt("ath1", 3), 0);
+  EXPECT_EQ(fresh_calls(),
+            staged("ath1", open + "@.encryption=psk2+ccmp" + clear));
 }
 
 }  // namespace

@@ -15,6 +15,8 @@
 #include <set>
 
 using kivtest::Sandbox;
+using kivtest::dir_names;
+using kivtest::stat_of;
 using namespace ucitest;
 
 namespace {
@@ -32,17 +34,6 @@ class Commit : public kivtest::SandboxTest {
 
 constexpr const char kOld[] = "config s 'a'\n\toption o 'old'\n";
 constexpr const char kNew[] = "\nconfig s 'a'\n\toption o 'new'\n\n";
-
-std::set<std::string> names_in(const std::string &dir) {
-  std::set<std::string> names;
-  if (DIR *d = opendir(dir.c_str())) {
-    while (dirent *e = readdir(d))
-      if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0)
-        names.insert(e->d_name);
-    closedir(d);
-  }
-  return names;
-}
 
 // Sets p.a.o=new and commits, in a child as uid (0: root), with the
 // configuration in confdir; the child's exit code is commit's result.
@@ -65,47 +56,19 @@ int commit_as(uid_t uid, const std::string &confdir) {
       .exit_code;
 }
 
-struct stat stat_of(const std::string &path) {
-  struct stat st {};
-  EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
-  return st;
-}
-
 }  // namespace
 
 TEST_F(Commit, KeepsTheFileAndNeedsOnlyTheRightToWriteIt) {
-  struct Case {
-    const char *what, *dir;
-    mode_t dir_mode;
-    uid_t owner;
-    mode_t mode;
-    uid_t caller;
-    bool updated;
-  };
-  const Case cases[] = {
-      {"root keeps another user's file", "/tmp/closed", 0755, 1234, 0600, 0,
-       true},
-      {"read-only file in an open directory", "/tmp/open", 0777, 0, 0444,
-       1000, false},
-      {"own file in a closed directory", "/tmp/closed", 0755, 1000, 0640,
-       1000, true},
-      {"another's writable file in a sticky directory", "/tmp/sticky", 01777,
-       2000, 0666, 1000, true},
-  };
-  for (const Case &c : cases) {
+  for (const kivtest::RightsCase &c : kivtest::kRightsCases) {
     SCOPED_TRACE(c.what);
-    Sandbox::mkdirs(c.dir);
-    ASSERT_EQ(chmod(c.dir, c.dir_mode), 0);
-    std::string path = std::string(c.dir) + "/p";
-    Sandbox::write_file(path, kOld, c.mode);
-    ASSERT_EQ(chown(path.c_str(), c.owner, c.owner + 1), 0);
+    std::string path = kivtest::make_rights_case(c, "p", kOld);
     EXPECT_EQ(commit_as(c.caller, c.dir), c.updated ? UCI_OK : UCI_ERR_IO);
     EXPECT_EQ(Sandbox::read_file(path), c.updated ? kNew : kOld);
     struct stat st = stat_of(path);
     EXPECT_EQ(st.st_uid, c.owner);
     EXPECT_EQ(st.st_gid, c.owner + 1);
     EXPECT_EQ(st.st_mode & 07777, c.mode);
-    EXPECT_EQ(names_in(c.dir), std::set<std::string>{"p"});
+    EXPECT_EQ(dir_names(c.dir), std::set<std::string>{"p"});
     unlink(path.c_str());
   }
 
@@ -118,7 +81,7 @@ TEST_F(Commit, KeepsTheFileAndNeedsOnlyTheRightToWriteIt) {
   EXPECT_EQ(Sandbox::read_file("/tmp/real/hard"), kNew);
   EXPECT_EQ(stat_of("/tmp/real/hard").st_ino, stat_of("/tmp/conf/p").st_ino);
   EXPECT_EQ(stat_of("/tmp/real/p").st_mode & 07777, 0640u);
-  EXPECT_EQ(names_in("/tmp/conf"), std::set<std::string>{"p"});
+  EXPECT_EQ(dir_names("/tmp/conf"), std::set<std::string>{"p"});
 }
 
 TEST_F(Commit, FullDiskInPlaceLeavesTheOldFile) {
@@ -142,7 +105,7 @@ TEST_F(Commit, FullDiskInPlaceLeavesTheOldFile) {
     kivtest::g_no_reserve = !reserve;
     EXPECT_EQ(commit_as(0, "/tmp/full"), UCI_ERR_IO);
     EXPECT_EQ(Sandbox::read_file("/tmp/full/hard"), old);
-    EXPECT_EQ(names_in("/tmp/full"),
+    EXPECT_EQ(dir_names("/tmp/full"),
               (std::set<std::string>{"filler", "hard", "p"}));
   }
   kivtest::g_no_reserve = false;
@@ -170,7 +133,7 @@ TEST_F(Commit, ConcurrentCommittersLoseNothing) {
       kept += text.find("\tlist l" + std::to_string(j) + " '" +
                         std::to_string(i) + "'\n") != std::string::npos;
   EXPECT_EQ(kept, 200);
-  EXPECT_EQ(names_in("/tmp/conf"), std::set<std::string>{"p"});
+  EXPECT_EQ(dir_names("/tmp/conf"), std::set<std::string>{"p"});
 }
 
 TEST_F(Commit, WaitsForTheLocksOfTheFileAndOfItsDeltas) {

@@ -54,6 +54,7 @@ mode_t file_mode(const std::string &path) {
 }
 
 void UciDirs::SetUp() {
+  kivtest::FdCheckedTest::SetUp();
   mkdir(confdir().c_str(), 0755);
   ctx = new_context();
 }
@@ -71,6 +72,7 @@ uci_context *UciDirs::new_context() {
 void UciDirs::TearDown() {
   for (auto *c : extra_) uci_free_context(c);
   if (ctx) uci_free_context(ctx);
+  kivtest::FdCheckedTest::TearDown();
 }
 
 namespace {

@@ -5,6 +5,7 @@
 #include <uci.h>
 
 #include <gtest/gtest.h>
+#include <sandbox.hpp>
 #include <sys/stat.h>
 
 #include <string>
@@ -50,8 +51,9 @@ bool exists(const std::string &path);
 mode_t file_mode(const std::string &path);
 
 // Fixture: conf/ (configuration) and save/ (changes) under a temp dir,
-// and a context pointing at them.
-class UciDirs : public ::testing::Test {
+// and a context pointing at them.  The library must give back every
+// descriptor it took (counted as the test ends).
+class UciDirs : public kivtest::FdCheckedTest {
  protected:
   void SetUp() override;
   void TearDown() override;

@@ -56,6 +56,12 @@ uci_ptr lookup(uci_context *ctx, const char *tuple, int *rc = nullptr) {
   return ptr;
 }
 
+// Looks tuple up and hands the record to op (uci_set, uci_delete, ...).
+int apply(uci_context *ctx, int (*op)(uci_context *, uci_ptr *), const char *tuple) {
+  uci_ptr ptr = lookup(ctx, tuple);
+  return op(ctx, &ptr);
+}
+
 std::string value(uci_context *ctx, const char *tuple) {
   uci_ptr p = lookup(ctx, tuple);
   if (!(p.flags & uci_ptr::UCI_LOOKUP_COMPLETE) || !p.o) return "<none>";
@@ -346,8 +352,7 @@ TEST_F(Library, AnonymousNamesFollowTheSectionCounterAndTypeHash) {
   EXPECT_STREQ(s->e.name, "cfg056d96");
   EXPECT_TRUE(s->anonymous);
   // Deleting never lowers the counter.
-  uci_ptr ptr = lookup(ctx, "n.@route[0]");
-  ASSERT_EQ(uci_delete(ctx, &ptr), 0);
+  ASSERT_EQ(apply(ctx, uci_delete, "n.@route[0]"), 0);
   EXPECT_STREQ(lookup(ctx, "n.@route[0]").section, "cfg04c8b4");
   ASSERT_EQ(uci_add_section(ctx, p, "wifi-iface", &s), 0);
   EXPECT_STREQ(s->e.name, "cfg063579");
@@ -361,18 +366,12 @@ TEST_F(Library, ChangesAreStagedAndSeenByOtherContextsBeforeCommit) {
   uci_ptr ptr = lookup(ctx, "n.lan.proto=dhcp");
   ASSERT_EQ(uci_set(ctx, &ptr), 0);
   EXPECT_STREQ(ptr.o->v.string, "dhcp");
-  ptr = lookup(ctx, "n.lan.dns=9.9.9.9");
-  ASSERT_EQ(uci_add_list(ctx, &ptr), 0);
-  ptr = lookup(ctx, "n.guest=interface");
-  ASSERT_EQ(uci_set(ctx, &ptr), 0);
-  ptr = lookup(ctx, "n.guest.mtu=1400");
-  ASSERT_EQ(uci_set(ctx, &ptr), 0);
-  ptr = lookup(ctx, "n.@route[0]");
-  ASSERT_EQ(uci_delete(ctx, &ptr), 0);
-  ptr = lookup(ctx, "n.wan.proto=it's");
-  ASSERT_EQ(uci_set(ctx, &ptr), 0);
-  ptr = lookup(ctx, "n.wan=bridge");
-  ASSERT_EQ(uci_set(ctx, &ptr), 0);
+  ASSERT_EQ(apply(ctx, uci_add_list, "n.lan.dns=9.9.9.9"), 0);
+  ASSERT_EQ(apply(ctx, uci_set, "n.guest=interface"), 0);
+  ASSERT_EQ(apply(ctx, uci_set, "n.guest.mtu=1400"), 0);
+  ASSERT_EQ(apply(ctx, uci_delete, "n.@route[0]"), 0);
+  ASSERT_EQ(apply(ctx, uci_set, "n.wan.proto=it's"), 0);
+  ASSERT_EQ(apply(ctx, uci_set, "n.wan=bridge"), 0);
   ptr = lookup(ctx, "n.lan.ifname=device");
   ASSERT_EQ(uci_rename(ctx, &ptr), 0);
   EXPECT_FALSE(exists(save("n")));
@@ -448,11 +447,9 @@ TEST_F(Library, CommitWithNothingStagedKeepsTheFileAndRevertFilters) {
   EXPECT_EQ(read_file(save("c")), "c.a.z='0'\nc.a.y='8'\nc.b.x='7'\n");
   EXPECT_EQ(value(ctx, "c.a.x"), "1");
   EXPECT_EQ(value(ctx, "c.a.y"), "8");
-  ptr = lookup(ctx, "c.a");
-  ASSERT_EQ(uci_revert(ctx, &ptr), 0);
+  ASSERT_EQ(apply(ctx, uci_revert, "c.a"), 0);
   EXPECT_EQ(read_file(save("c")), "c.b.x='7'\n");
-  ptr = lookup(ctx, "c");
-  ASSERT_EQ(uci_revert(ctx, &ptr), 0);
+  ASSERT_EQ(apply(ctx, uci_revert, "c"), 0);
   EXPECT_TRUE(exists(save("c")));
   EXPECT_EQ(read_file(save("c")), "");
   EXPECT_EQ(value(ctx, "c.b.x"), "3");
@@ -465,28 +462,20 @@ TEST_F(Library, ListOperations) {
   ASSERT_EQ(uci_add_list(ctx, &ptr), 0);  // string becomes a list in place
   EXPECT_EQ(value(ctx, "n.lan.ifname"), "[eth0|eth1]");
   EXPECT_STREQ(list_to_element(ptr.s->options.next)->name, "ifname");
-  ptr = lookup(ctx, "n.lan.dns=1.1.1.1");
-  ASSERT_EQ(uci_add_list(ctx, &ptr), 0);
+  ASSERT_EQ(apply(ctx, uci_add_list, "n.lan.dns=1.1.1.1"), 0);
   EXPECT_EQ(value(ctx, "n.lan.dns"), "[1.1.1.1|8.8.8.8|1.1.1.1]");
-  ptr = lookup(ctx, "n.lan.dns=1.1.1.1");
-  ASSERT_EQ(uci_del_list(ctx, &ptr), 0);
+  ASSERT_EQ(apply(ctx, uci_del_list, "n.lan.dns=1.1.1.1"), 0);
   EXPECT_EQ(value(ctx, "n.lan.dns"), "[8.8.8.8]");
-  ptr = lookup(ctx, "n.lan.proto=static");
-  ASSERT_EQ(uci_del_list(ctx, &ptr), 0);  // a string: untouched
+  ASSERT_EQ(apply(ctx, uci_del_list, "n.lan.proto=static"), 0);  // a string: untouched
   EXPECT_EQ(value(ctx, "n.lan.proto"), "static");
-  ptr = lookup(ctx, "n.lan.ifname=1");
-  ASSERT_EQ(uci_delete(ctx, &ptr), 0);  // an index, not a value
+  ASSERT_EQ(apply(ctx, uci_delete, "n.lan.ifname=1"), 0);  // an index, not a value
   EXPECT_EQ(value(ctx, "n.lan.ifname"), "[eth0]");
-  ptr = lookup(ctx, "n.lan.ifname=5");
-  ASSERT_EQ(uci_delete(ctx, &ptr), 0);
-  ptr = lookup(ctx, "n.lan.ifname=x");
-  EXPECT_EQ(uci_delete(ctx, &ptr), 1);
+  ASSERT_EQ(apply(ctx, uci_delete, "n.lan.ifname=5"), 0);
+  EXPECT_EQ(apply(ctx, uci_delete, "n.lan.ifname=x"), 1);
   EXPECT_EQ(value(ctx, "n.lan.ifname"), "[eth0]");
-  ptr = lookup(ctx, "n.lan.dns=9.9.9.9");
-  ASSERT_EQ(uci_set(ctx, &ptr), 0);  // a list becomes a string in place
+  ASSERT_EQ(apply(ctx, uci_set, "n.lan.dns=9.9.9.9"), 0);  // a list becomes a string in place
   EXPECT_EQ(value(ctx, "n.lan.dns"), "9.9.9.9");
-  ptr = lookup(ctx, "n.lan.dns");
-  ASSERT_EQ(uci_del_list(ctx, &ptr), UCI_ERR_INVAL);
+  ASSERT_EQ(apply(ctx, uci_del_list, "n.lan.dns"), UCI_ERR_INVAL);
   ptr = lookup(ctx, "n.nope.dns=1");
   EXPECT_EQ(uci_add_list(ctx, &ptr), UCI_ERR_INVAL);
   ASSERT_EQ(uci_save(ctx, ptr.p), 0);
@@ -505,16 +494,11 @@ TEST_F(Library, SetAndDeleteEdgeCases) {
   ptr = lookup(ctx, "n.wan=interface");
   ASSERT_EQ(uci_set(ctx, &ptr), 0);
   EXPECT_TRUE(uci_list_empty(&ptr.p->delta));
-  ptr = lookup(ctx, "n.nope.x=1");
-  EXPECT_EQ(uci_set(ctx, &ptr), UCI_ERR_INVAL);
-  ptr = lookup(ctx, "n=foo");
-  EXPECT_EQ(uci_set(ctx, &ptr), UCI_ERR_INVAL);
-  ptr = lookup(ctx, "n.x=bad type");
-  EXPECT_EQ(uci_set(ctx, &ptr), UCI_ERR_INVAL);
-  ptr = lookup(ctx, "n.lan.nope=");
-  EXPECT_EQ(uci_set(ctx, &ptr), 0);
-  ptr = lookup(ctx, "n.wan=");
-  EXPECT_EQ(uci_set(ctx, &ptr), 0);  // empty value deletes the section
+  EXPECT_EQ(apply(ctx, uci_set, "n.nope.x=1"), UCI_ERR_INVAL);
+  EXPECT_EQ(apply(ctx, uci_set, "n=foo"), UCI_ERR_INVAL);
+  EXPECT_EQ(apply(ctx, uci_set, "n.x=bad type"), UCI_ERR_INVAL);
+  EXPECT_EQ(apply(ctx, uci_set, "n.lan.nope="), 0);
+  EXPECT_EQ(apply(ctx, uci_set, "n.wan="), 0);  // empty value deletes the section
   EXPECT_EQ(lookup(ctx, "n.wan").s, nullptr);
   // Retyping: same length keeps an anonymous section anonymous.
   ptr = lookup(ctx, "n.@route[0]=xxxxx");
@@ -523,15 +507,12 @@ TEST_F(Library, SetAndDeleteEdgeCases) {
   ptr = lookup(ctx, "n.@route[0]=hostroute");
   ASSERT_EQ(uci_set(ctx, &ptr), 0);
   EXPECT_FALSE(ptr.s->anonymous);
-  ptr = lookup(ctx, "n.lan.zz");
-  EXPECT_EQ(uci_delete(ctx, &ptr), UCI_ERR_NOTFOUND);
-  ptr = lookup(ctx, "n");
-  EXPECT_EQ(uci_delete(ctx, &ptr), UCI_ERR_INVAL);
+  EXPECT_EQ(apply(ctx, uci_delete, "n.lan.zz"), UCI_ERR_NOTFOUND);
+  EXPECT_EQ(apply(ctx, uci_delete, "n"), UCI_ERR_INVAL);
   ptr = lookup(ctx, "n.lan.proto=1");
   ASSERT_EQ(uci_delete(ctx, &ptr), 0);  // a string option goes whatever the value
   EXPECT_EQ(ptr.o, nullptr);
-  ptr = lookup(ctx, "n.lan.ifname");
-  EXPECT_EQ(uci_rename(ctx, &ptr), UCI_ERR_INVAL);
+  EXPECT_EQ(apply(ctx, uci_rename, "n.lan.ifname"), UCI_ERR_INVAL);
   ptr = lookup(ctx, "n.lan.dns");
   ptr.value = nullptr;
   EXPECT_EQ(uci_del_list(ctx, &ptr), UCI_ERR_INVAL);
