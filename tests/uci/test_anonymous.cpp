@@ -43,8 +43,13 @@ class UciAnonymous : public UciTest {
 };
 
 TEST_F(UciAnonymous, WalksRemoveTheirHitsAndTellTheirSteps) {
+  // The third walk counts through the uci command, which a build against
+  // the system's libuci leaves to the system: its rows need ours.
 #ifdef KIV_UCI_CLI_PATH
   Sandbox::install_command("uci", KIV_UCI_CLI_PATH);
+  const bool command = true;
+#else
+  const bool command = false;
 #endif
   const struct {
     const char *text;
@@ -77,6 +82,7 @@ TEST_F(UciAnonymous, WalksRemoveTheirHitsAndTellTheirSteps) {
            gone(0)},
   };
   for (const auto &c : cases) {
+    if (c.walk == 3 && !command) continue;
     put("p", c.text);
     std::string out = out_of([&] {
       EXPECT_EQ(
