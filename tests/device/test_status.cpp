@@ -71,8 +71,10 @@ TEST_F(Status, LinkStatusFiles) {
   // a state decides ("port 1" is found inside "port 10").
   Sandbox::write_file("/tmp/portStatus",
                       "port 10: linkup\nport 1: linkdown\nport 2: unknown\n"
-                      "port 2: linkdown\nport 2: linkup\nport 3: linkup");
-  for (auto [port, want] : {std::pair{1, 1}, {2, 0}, {3, 1}, {4, 0}})
+                      "port 2: linkup\nport 5: linkdown\nport 5: linkup\n"
+                      "port 3: linkup");
+  for (auto [port, want] :
+       {std::pair{1, 1}, {2, 1}, {5, 0}, {3, 1}, {4, 0}})
     EXPECT_EQ(kiv_port_link_status(port), want) << port;
   // The search word holds at most 14 characters.
   Sandbox::write_file("/tmp/portStatus", "port 100000000: linkup\n");
