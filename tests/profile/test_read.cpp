@@ -239,3 +239,16 @@ TEST_F(ProfileTest, ZonesOfKivNvram) {
   EXPECT_EQ(r.exit_code, 255);
   EXPECT_TRUE(r.err.starts_with("assert failure: fp, ")) << r.err;
 }
+
+TEST_F(ProfileTest, KeyAcrossTheEndOfAReadBlockIsFound) {
+  // A profile larger than the reader's 16 KiB block, with the key line
+  // standing across the block's end: the line is read whole.
+  for (size_t before : {1u, 3u, 5u}) {
+    std::string text;
+    while (text.size() < 16384 - before - 40)
+      text += "Pad=" + std::string(30, 'p') + "\n";
+    text += "Fill=" + std::string(16384 - before - text.size() - 6, 'f') + "\n";
+    profile(text + "Key=v\nTail=" + std::string(20000, 't') + "\n");
+    EXPECT_EQ(get("Key"), "v") << before;
+  }
+}
