@@ -175,6 +175,23 @@ TEST(Loop, PassCountsEveryRegisteredDescriptorAndOrdersHandlers) {
   EXPECT_EQ(g_log, "r" + fd + "/1 ");
   aeDeleteFileEvent(el, d.fd[0], 8);
   EXPECT_EQ(aeProcessEvents(el, AE_FILE_EVENTS | AE_DONT_WAIT), 3);
+  // ... also once a plain slot has left beside it.
+  Loop m;
+  for (Pair *p : {&a, &b})
+    ASSERT_EQ(aeCreateFileEvent(m.el, p->fd[0], AE_READABLE, log_read, nullptr),
+              0);
+  ASSERT_EQ(aeCreateFileEvent(m.el, d.fd[0], 8, log_read, nullptr), 0);
+  aeDeleteFileEvent(m.el, a.fd[0], AE_READABLE);
+  EXPECT_EQ(aeProcessEvents(m.el, AE_FILE_EVENTS | AE_DONT_WAIT), 2);
+
+  // A pass serves its own descriptors only, not those a longer pass before
+  // it left in the table of fired ones.
+  ASSERT_EQ(write(c.fd[1], "x", 1), 1);
+  aeProcessEvents(el, AE_FILE_EVENTS | AE_DONT_WAIT);
+  aeDeleteFileEvent(el, b.fd[0], AE_READABLE);
+  g_log.clear();
+  EXPECT_EQ(aeProcessEvents(el, AE_FILE_EVENTS | AE_DONT_WAIT), 2);
+  EXPECT_EQ(g_log, "r" + std::to_string(c.fd[0]) + "/1 ");
 }
 
 TEST(Loop, DescriptorsAcrossSetWordsComeInRisingOrder) {
@@ -259,6 +276,7 @@ TEST(Loop, TimerResultsDisarmRearmOrRepeat) {
   aetimer_event_init(&te);
   EXPECT_EQ(aeDeleteTimeEvent(el, &te), -1);
   EXPECT_EQ(aeCreateTimeEvent(el, 0, nullptr, count_timer, nullptr), -1);
+  EXPECT_EQ(aeModifyTimeEvent(el, 0, nullptr), -1);
 
   // Returning 0 (or another negative than -1) makes it due again at once.
   Counter c;
