@@ -81,26 +81,34 @@ TEST_F(ProfileTest, RewriteKeepsTheFileAndNeedsOnlyTheRightToWriteIt) {
 }
 
 TEST_F(ProfileTest, RewriteKeepsLinksToTheProfile) {
-  Sandbox::write_file("/tmp/real/p.dat", kOld, 0640);
-  ASSERT_EQ(link("/tmp/real/p.dat", "/tmp/real/hard.dat"), 0);
-  ASSERT_EQ(symlink("/tmp/real/p.dat", "/tmp/soft.dat"), 0);
-  ino_t ino = stat_of("/tmp/real/p.dat").st_ino;
-
-  char soft[] = "/tmp/soft.dat";
-  __profile = soft;
-  EXPECT_EQ(set("Key", "n"), "1\n");
-  ASSERT_EQ(conf_set_token("List", 2, "z"), 0);
-  const char *now = "# radio\nKey=n\nList=a;b;z\n";
-  for (const char *name : {"/tmp/real/p.dat", "/tmp/real/hard.dat"}) {
-    EXPECT_EQ(Sandbox::read_file(name), now) << name;
-    EXPECT_EQ(stat_of(name).st_ino, ino) << name;
-    EXPECT_EQ(stat_of(name).st_mode & 07777, 0640u) << name;
+  // Through a symbolic link: a profile of one link is replaced by a new
+  // file (a rename, atomic on power loss), one with a hard link beside it
+  // is rewritten in place.  Either way the link still leads to it.
+  for (bool hard : {false, true}) {
+    SCOPED_TRACE(hard ? "with a hard link" : "of one link");
+    const std::string dir = hard ? "/tmp/hard" : "/tmp/one";
+    const std::string real = dir + "/p.dat";
+    std::string soft = dir + ".dat";
+    Sandbox::write_file(real, kOld, 0640);
+    if (hard) {
+      ASSERT_EQ(link(real.c_str(), (dir + "/h.dat").c_str()), 0);
+    }
+    ASSERT_EQ(symlink(real.c_str(), soft.c_str()), 0);
+    const ino_t ino = stat_of(real).st_ino;
+    __profile = soft.data();
+    EXPECT_EQ(set("Key", "n"), "1\n");
+    ASSERT_EQ(conf_set_token("List", 2, "z"), 0);
+    EXPECT_EQ(dir_names(dir).size(), hard ? 2u : 1u) << "no file left";
+    for (const std::string &name : dir_names(dir)) {
+      const std::string path = dir + "/" + name;
+      EXPECT_EQ(Sandbox::read_file(path), "# radio\nKey=n\nList=a;b;z\n");
+      EXPECT_EQ(stat_of(path).st_ino == ino, hard) << name;
+      EXPECT_EQ(stat_of(path).st_mode & 07777, 0640u) << name;
+    }
+    struct stat st;
+    ASSERT_EQ(lstat(soft.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode)) << "the link stays a link";
   }
-  struct stat st;
-  ASSERT_EQ(lstat(soft, &st), 0);
-  EXPECT_TRUE(S_ISLNK(st.st_mode)) << "the link stays a link";
-  EXPECT_EQ(dir_names("/tmp/real"),
-            (std::set<std::string>{"hard.dat", "p.dat"}));
 
   // A profile mounted over a file can not be renamed over.
   Sandbox::write_file("/tmp/source.dat", kOld);
