@@ -1,7 +1,10 @@
 // Driver parameters: the nvram_set and iwpriv command lines, their quoting,
 // the masking of pre-shared keys in every log, the connection status
 // request, and reads from the profile of a radio's zone.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <linux/wireless.h>
+#include <stdarg.h>
 #include <stdint.h>
 #include <string.h>
 
@@ -10,6 +13,30 @@
 
 #include "kiv/wifi.h"
 #include "sandbox.hpp"
+
+namespace {
+// While set, the wireless driver's answer to the connection status request:
+// the ioctl below writes it into the caller's area and succeeds.
+const char *g_driver_says = nullptr;
+}  // namespace
+
+// Programs of the tests export their symbols, so the library calls this.
+extern "C" __attribute__((visibility("default"))) int ioctl(
+    int fd, unsigned long request, ...) {
+  va_list ap;
+  va_start(ap, request);
+  void *arg = va_arg(ap, void *);
+  va_end(ap);
+  auto *req = static_cast<iwreq *>(arg);
+  if (g_driver_says != nullptr && request == SIOCIWFIRSTPRIV + 0x1C &&
+      req->u.data.length == 40) {
+    strcpy(static_cast<char *>(req->u.data.pointer), g_driver_says);
+    return 0;
+  }
+  using Fn = int (*)(int, unsigned long, ...);
+  static const Fn real = reinterpret_cast<Fn>(dlsym(RTLD_NEXT, "ioctl"));
+  return real(fd, request, arg);
+}
 
 namespace {
 
@@ -145,6 +172,11 @@ TEST_F(WifiDriver, ConnectionStatusRequest) {
   EXPECT_EQ(
       kiv_ioctl_get_apclix_connstatus("a-very-long-interface-name", status),
       -1);
+  // With a driver: its answer in the caller's area of 40 bytes.
+  g_driver_says = "Connected";
+  EXPECT_EQ(kiv_ioctl_get_apclix_connstatus("apcli0", status), 0);
+  EXPECT_STREQ(status, "Connected");
+  g_driver_says = nullptr;
 }
 
 }  // namespace
