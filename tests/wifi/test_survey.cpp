@@ -394,4 +394,18 @@ TEST_F(WifiSurvey, ScanRequestFailures) {
             std::string::npos);
 }
 
+TEST_F(WifiSurvey, LineAcrossTheEndOfAReadBlockIsWhole) {
+  // The output is read in blocks of 4096 bytes.
+  for (size_t before : {1u, 5u, 9u}) {
+    std::string text = "BSS 02:00:00:00:00:01(on mld1)\n";
+    while (text.size() < 4096 - before - 100)
+      text += "\tlast seen: 1 ms ago\n";
+    text += "\tTSF: " + std::string(4096 - before - text.size() - 7, '0') + "\n";
+    Sandbox::write_file(kListing, text + "\tSSID: Straddling\n");
+    WifiSiteEntry sites[2];
+    EXPECT_EQ(wifi_list_scan_read(0, 0, sites, 2), 0);
+    EXPECT_STREQ(sites[0].ssid, "Straddling") << before;
+  }
+}
+
 }  // namespace
