@@ -260,6 +260,12 @@ TEST_F(WifiSurvey, KeyWordsAnywhereFirstTestWins) {
   EXPECT_EQ(sites[0].auth_suite, 5);
   EXPECT_EQ(sites[0].security, 5);
   EXPECT_EQ(sites[1].valid, 0);
+  // A word may also open its line.
+  Sandbox::write_file(kListing, "BSS 02:00:00:00:00:08(on mld1)\n"
+                                "signal: -33.00 dBm\nSSID: top\n");
+  EXPECT_EQ(wifi_list_scan_read(0, 0, sites, 3), 0);
+  EXPECT_EQ(sites[0].rssi, -33);
+  EXPECT_STREQ(sites[0].ssid, "top");
 }
 
 TEST_F(WifiSurvey, NeverWritesPastCapacity) {
