@@ -7,6 +7,7 @@
 #include <sched.h>
 #include <stdint.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -307,6 +308,16 @@ TEST_F(WifiSurvey, RefusesWhatHasNoRadio) {
   EXPECT_EQ(wifi_list_scan_read(0, 0, nullptr, 2), -1);
   EXPECT_TRUE(Sandbox::calls("iw").empty());
   EXPECT_EQ(sites[0].valid, 0x5A5A5A5A);
+  // No descriptor left for the command's pipe: -1.
+  auto r = kivtest::run_in_child([] {
+    const rlimit lim{64, 64};
+    setrlimit(RLIMIT_NOFILE, &lim);
+    while (open("/dev/null", O_RDONLY) >= 0) {
+    }
+    WifiSiteEntry site;
+    printf("%d", wifi_list_scan_read(0, 0, &site, 1));
+  });
+  EXPECT_EQ(r.out, "-1");
 }
 
 TEST_F(WifiSurvey, ReadsFrequenciesAtEachCall) {
