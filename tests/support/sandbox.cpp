@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
+#include <semaphore.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -44,14 +45,31 @@ struct State {
   std::vector<std::string> log_msgs;
   pthread_t log_thread{};
   bool log_thread_running = false;
+  sem_t log_thread_ready;
 };
+
+// A child forked while the syslog reader allocates would find the
+// allocator's lock taken for good (AddressSanitizer's allocator has no fork
+// handlers).  The reader allocates only under log_mutex, and only once it
+// has said it is ready, so a fork that holds log_mutex is safe.
+void lock_log_for_fork();
+void unlock_log_after_fork();
 
 State &state() {
   // Never destroyed: the syslog reader may still run while the process
   // exits.
-  static State *s = new State;
+  static State *s = [] {
+    State *st = new State;
+    sem_init(&st->log_thread_ready, 0, 0);
+    pthread_atfork(lock_log_for_fork, unlock_log_after_fork,
+                   unlock_log_after_fork);
+    return st;
+  }();
   return *s;
 }
+
+void lock_log_for_fork() { state().log_mutex.lock(); }
+void unlock_log_after_fork() { state().log_mutex.unlock(); }
 
 std::string errtext(const std::string &what) {
   return what + ": " + strerror(errno);
@@ -81,6 +99,7 @@ void drain_log_locked(State &s) {
 void *log_drainer(void *arg) {
   State *s = static_cast<State *>(arg);
   pollfd fds[2] = {{s->log.get(), POLLIN, 0}, {s->stop_read.get(), POLLIN, 0}};
+  sem_post(&s->log_thread_ready);
   for (;;) {
     if (poll(fds, 2, -1) < 0 && errno != EINTR) return nullptr;
     if (fds[1].revents) return nullptr;
@@ -162,6 +181,8 @@ std::string build(State &s) {
   if (pthread_create(&s.log_thread, nullptr, log_drainer, &s) != 0)
     return "cannot start the syslog reader";
   s.log_thread_running = true;
+  while (sem_wait(&s.log_thread_ready) != 0 && errno == EINTR) {
+  }
   return "";
 }
 
