@@ -123,18 +123,24 @@ TEST_F(ProfileTest, RewriteKeepsLinksToTheProfile) {
   umount(mounted);
 }
 
+constexpr char kLonger[] =
+    "a value long enough to carry the profile over the end of its page, "
+    "where the file system has no room left: one, two, three, four, five, "
+    "six, seven, eight, nine, ten, eleven, twelve, thirteen, fourteen, "
+    "fifteen, sixteen, seventeen, eighteen, nineteen, twenty";
+
 TEST_F(ProfileTest, FullDiskLeavesTheOldFileByteForByte) {
   // A tiny file system of four pages: the profile takes one, a filler the
-  // rest, so the new content can not be written anywhere.  With a hard
-  // link the rewrite goes in place, and must not start, or where room can
-  // not be reserved, must put the old bytes back.
+  // rest, so the new content can not be written past that page.  With a
+  // hard link the rewrite goes in place, and must not start, or where room
+  // can not be reserved, must put the old bytes back and cut the tail that
+  // the failed write left in the page.
   Sandbox::mkdirs("/tmp/full");
   ASSERT_EQ(mount("tmpfs", "/tmp/full", "tmpfs", 0, "size=16k,nr_inodes=16"), 0)
       << strerror(errno);
   std::string old;
-  for (int i = 0; old.size() < 4000; ++i)
+  for (int i = 0; old.size() < 3900; ++i)
     old += "Key" + std::to_string(i) + "=value " + std::to_string(i) + "\n";
-  old += "#" + std::string(4094 - old.size(), '-') + "\n";  // one whole page
   Sandbox::write_file("/tmp/full/p.dat", old, 0600);
   int fd = open("/tmp/full/filler", O_WRONLY | O_CREAT, 0600);
   ASSERT_GE(fd, 0);
@@ -153,7 +159,7 @@ TEST_F(ProfileTest, FullDiskLeavesTheOldFileByteForByte) {
     }
     kivtest::g_no_reserve = route == 2;
     auto names = dir_names("/tmp/full");
-    auto r = kivtest::run_in_child([] { conf_set("Key3", "a longer value"); });
+    auto r = kivtest::run_in_child([] { conf_set("Key3", kLonger); });
     EXPECT_EQ(r.exit_code, 255);
     EXPECT_TRUE(r.err.starts_with(
         "assert failure: ret == nbytes, No space left on device, conf_set L"))
@@ -163,7 +169,7 @@ TEST_F(ProfileTest, FullDiskLeavesTheOldFileByteForByte) {
     EXPECT_EQ(dir_names("/tmp/full"), names) << "no file is left behind";
 
     r = kivtest::run_in_child(
-        [] { conf_set_token("Key5", 0, "a longer value"); });
+        [] { conf_set_token("Key5", 0, kLonger); });
     EXPECT_EQ(r.exit_code, 255);
     EXPECT_TRUE(r.err.starts_with("assert failure: ret == nbytes, ")) << r.err;
     EXPECT_EQ(Sandbox::read_file(path), old);
@@ -173,8 +179,8 @@ TEST_F(ProfileTest, FullDiskLeavesTheOldFileByteForByte) {
   // With room again the same update goes through.
   kivtest::g_no_reserve = false;
   unlink("/tmp/full/filler");
-  EXPECT_EQ(set("Key3", "a longer value"), "1\n");
-  EXPECT_EQ(get("Key3"), "a longer value");
+  EXPECT_EQ(set("Key3", kLonger), "1\n");
+  EXPECT_EQ(get("Key3"), kLonger);
   umount("/tmp/full");
 }
 
@@ -279,12 +285,20 @@ TEST_F(ProfileTest, ProfileThatCanNotSeekIsTheCallersFatalReport) {
       {[] { conf_set_token("Key", 0, "v"); },
        "assert failure: nbytes>=0, Illegal seek, conf_set_token L"},
   };
-  for (const Case &c : cases) {
-    auto r = kivtest::run_in_child(c.call);
-    EXPECT_EQ(r.exit_code, 255);
-    EXPECT_TRUE(r.err.starts_with(c.report)) << r.err;
-    struct stat st;
-    ASSERT_EQ(lstat(fifo, &st), 0);
-    EXPECT_TRUE(S_ISFIFO(st.st_mode)) << "the FIFO stays";
+  // The position fails before the write: also for a caller who may only
+  // read the FIFO.
+  for (uid_t uid : {0u, 1000u}) {
+    for (const Case &c : cases) {
+      SCOPED_TRACE(c.report);
+      auto r = kivtest::run_in_child([&] {
+        if (uid != 0) kivtest::become(uid, uid);
+        c.call();
+      });
+      EXPECT_EQ(r.exit_code, 255);
+      EXPECT_TRUE(r.err.starts_with(c.report)) << r.err;
+      struct stat st;
+      ASSERT_EQ(lstat(fifo, &st), 0);
+      EXPECT_TRUE(S_ISFIFO(st.st_mode)) << "the FIFO stays";
+    }
   }
 }

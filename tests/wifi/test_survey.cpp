@@ -241,7 +241,7 @@ TEST_F(WifiSurvey, LinesThatDontParse) {
 
 TEST_F(WifiSurvey, KeyWordsAnywhereFirstTestWins) {
   Sandbox::write_file(kListing,
-                      "x BSS 02:00:00:00:00:07(on mld1) SSID: no\n"
+                      "Bx BSS 02:00:00:00:00:07(on mld1) SSID: no BSS\n"
                       "\tBSSID: named\n"
                       "see signal: -12 dBm, primary channel: 3\n"
                       "\t\t * Authentication suites:   PSK SAE\n"
@@ -252,8 +252,9 @@ TEST_F(WifiSurvey, KeyWordsAnywhereFirstTestWins) {
                       std::string(252, 'y') + "signal: -5 dBm\n");
   WifiSiteEntry sites[3];
   EXPECT_EQ(wifi_list_scan_read(0, 0, sites, 3), 0);
-  // The BSS test comes first; a BSSID line is an SSID line; the channel
-  // test comes before the signal test.
+  // The BSS test comes first, and the address follows the word's first
+  // place; a BSSID line is an SSID line; the channel test comes before the
+  // signal test.
   EXPECT_STREQ(sites[0].bssid, "02:00:00:00:00:07");
   EXPECT_STREQ(sites[0].ssid, "");
   EXPECT_EQ(sites[0].channel, 3);
