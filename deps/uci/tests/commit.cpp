@@ -90,9 +90,10 @@ TEST_F(Commit, FullDiskInPlaceLeavesTheOldFile) {
   // and cut what the failed write left in the rest of the page.
   Sandbox::mkdirs("/tmp/full");
   ASSERT_EQ(mount("tmpfs", "/tmp/full", "tmpfs", 0, "size=16k,nr_inodes=16"), 0);
-  // Most of a page, that the canonical form (quotes, TABs) carries past it.
+  // Most of two pages, that the canonical form (quotes, TABs) carries past
+  // them.
   std::string old = kOld;
-  for (int i = 0; old.size() < 3900; ++i)
+  for (int i = 0; old.size() < 7000; ++i)
     old += "option x" + std::to_string(i) + " v\n";
   Sandbox::write_file("/tmp/full/p", old, 0600);
   ASSERT_EQ(link("/tmp/full/p", "/tmp/full/hard"), 0);
