@@ -224,6 +224,12 @@ void register_high(aeEventLoop *el, int fd, void *data, int mask) {
   aeDeleteFileEvent(el, fd, AE_READABLE);  // once is enough
   (void)mask;
 }
+// Drops the high descriptor and shrinks the tables below it.
+void drop_high_and_shrink(aeEventLoop *el, int fd, void *data, int mask) {
+  aeDeleteFileEvent(el, static_cast<Mover *>(data)->high, AE_READABLE);
+  EXPECT_EQ(aeResizeSetSize(el, fd + 1), 0);
+  log_read(el, fd, nullptr, mask);
+}
 void unregister_then(aeEventLoop *el, int fd, void *, int mask) {
   log_write(el, fd, nullptr, mask);
 }
@@ -249,6 +255,19 @@ TEST(Loop, HandlerThatMovesTheTablesKeepsDispatchCorrect) {
   EXPECT_EQ(g_log, "w" + std::to_string(lo) + "/3 w" + std::to_string(hi) +
                        "/2 ");
   EXPECT_EQ(el->maxfd, 300);
+
+  // The other way: the high descriptor's entry of the pass is passed over
+  // once the tables no longer reach it.
+  Loop s(512);
+  ASSERT_EQ(dup2(hi, 300), 300);
+  ASSERT_EQ(aeCreateFileEvent(s.el, lo, AE_READABLE, drop_high_and_shrink, &m),
+            0);
+  ASSERT_EQ(aeCreateFileEvent(s.el, 300, AE_READABLE, log_read, nullptr), 0);
+  g_log.clear();
+  aeProcessEvents(s.el, AE_FILE_EVENTS | AE_DONT_WAIT);
+  close(300);
+  EXPECT_EQ(g_log, "r" + std::to_string(lo) + "/1 ");
+  EXPECT_EQ(aeGetSetSize(s.el), lo + 1);
 }
 
 // ---- timers ----------------------------------------------------------------
