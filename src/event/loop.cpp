@@ -36,19 +36,26 @@ inline SelectState *state_of(aeEventLoop *eventLoop) {
   return reinterpret_cast<SelectState *>(eventLoop->selectState);
 }
 
-// The timers' clock, in whole seconds: the system's uptime, immune to wall
-// clock changes.  sysinfo() reports it as CLOCK_BOOTTIME rounded up to the
-// next whole second when there are nanoseconds; the clock is read here the
-// same way, which the C library serves without a system call.
-int64_t aeGetUptime() {
-  struct timespec ts;
-  if (clock_gettime(CLOCK_BOOTTIME, &ts) == 0)
-    return static_cast<int64_t>(ts.tv_sec) + (ts.tv_nsec != 0 ? 1 : 0);
+int64_t uptime_by_sysinfo() {
   struct sysinfo info;
   memset(&info, 0, sizeof info);
   sysinfo(&info);
   return static_cast<int64_t>(info.uptime);
 }
+
+// The timers' clock, in whole seconds: the system's uptime, immune to wall
+// clock changes.  sysinfo() reports it as CLOCK_BOOTTIME rounded up to the
+// next whole second when there are nanoseconds; the clock is read here the
+// same way, which the C library serves without a system call.  Inlined
+// into the arming calls, on the timers' hot path.
+inline __attribute__((always_inline)) int64_t uptime() {
+  struct timespec ts;
+  if (__builtin_expect(clock_gettime(CLOCK_BOOTTIME, &ts) == 0, 1))
+    return static_cast<int64_t>(ts.tv_sec) + (ts.tv_nsec != 0 ? 1 : 0);
+  return uptime_by_sysinfo();
+}
+
+int64_t aeGetUptime() { return uptime(); }
 
 // Whether the deadline of te has come with the clock at second now (whose
 // millisecond part is 0).
@@ -85,19 +92,15 @@ inline __attribute__((always_inline)) void split_milliseconds(
   *ms = negative ? -static_cast<int32_t>(r) : static_cast<int32_t>(r);
 }
 
-// Works out the deadline `milliseconds` from now into the record.  Inlined
-// into the two arming calls with the clock read, on the timers' hot path.
+// Works out the deadline `milliseconds` from now into the record (inlined
+// into the two arming calls).
 inline __attribute__((always_inline)) void aeSetDeadline(int64_t milliseconds,
                                                          aeTimeEvent *te) {
   int64_t sec;
   int32_t ms;
   split_milliseconds(milliseconds, &sec, &ms);
   // The clock's millisecond part is 0, so ms stays below 1000: no carry.
-  struct timespec ts;
-  if (__builtin_expect(clock_gettime(CLOCK_BOOTTIME, &ts) == 0, 1))
-    sec += static_cast<int64_t>(ts.tv_sec) + (ts.tv_nsec != 0 ? 1 : 0);
-  else
-    sec += aeGetUptime();
+  sec += uptime();
   // The record holds 32-bit seconds: a deadline past their range stays at
   // its end rather than wrapping round to one that is already due.
   if (sec > INT32_MAX) sec = INT32_MAX;
